@@ -1,0 +1,358 @@
+#include "MarluneCore/ClipStore.h"
+
+#include "MarluneCore/ContentFingerprint.h"
+#include "MarluneCore/Log.h"
+#include "MarluneCore/Settings.h"
+
+#include <algorithm>
+
+namespace marlune {
+
+namespace {
+
+std::optional<Date> optionalDate(const Statement& row, int column) {
+    if (auto value = row.optionalInt64(column)) {
+        return fromStorage(*value);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::int64_t> storage(const std::optional<Date>& date) {
+    if (date) {
+        return toStorage(*date);
+    }
+    return std::nullopt;
+}
+
+// ASCII-only case folding keeps the scan allocation-free; other letters compare exactly.
+bool containsIgnoringASCIICase(std::string_view haystack, std::string_view needle) {
+    if (needle.empty()) {
+        return true;
+    }
+    auto lower = [](unsigned char c) {
+        return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    };
+    const auto it = std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end(),
+                                [&](char a, char b) {
+                                    return lower(static_cast<unsigned char>(a)) ==
+                                           lower(static_cast<unsigned char>(b));
+                                });
+    return it != haystack.end();
+}
+
+} // namespace
+
+ClipStoreSettings ClipStoreSettings::read(const Settings& settings) {
+    ClipStoreSettings result;
+    result.maxUnpinnedHistory = settings.integer("maxUnpinnedHistory", defaultMaxUnpinnedHistory);
+    if (result.maxUnpinnedHistory < 1) {
+        logs::settings.warning("maxUnpinnedHistory " + std::to_string(result.maxUnpinnedHistory) +
+                               " is below 1; using " + std::to_string(defaultMaxUnpinnedHistory) +
+                               ".");
+        result.maxUnpinnedHistory = defaultMaxUnpinnedHistory;
+    }
+    result.unlimitedHistory = settings.boolean("unlimitedHistory", false);
+    result.clipRetentionDays = settings.integer("clipRetentionDays", 0);
+    return result;
+}
+
+Clip readClipRow(const Statement& row, const ClipCrypto& crypto) {
+    Clip clip;
+    clip.id = Uuid::parse(row.textView(0)).value_or(Uuid());
+    clip.primaryKind = clipKindFromRaw(row.textView(1)).value_or(ClipKind::text);
+    clip.previewText = crypto.readText(row.textView(2)).value_or(std::string());
+    clip.contentHash = row.text(3);
+    clip.sourceAppBundleID = row.optionalText(4);
+    clip.sourceAppName = row.optionalText(5);
+    clip.createdAt = fromStorage(row.int64(6));
+    clip.isPinned = row.int64(7) != 0;
+    clip.recopyCount = row.int64(8);
+    clip.promotionHandled = row.int64(9) != 0;
+    clip.sourceDeviceID = row.optionalText(10);
+    clip.lastUsedAt = optionalDate(row, 11);
+    clip.deletedAt = optionalDate(row, 12);
+    clip.completedAt = optionalDate(row, 13);
+    clip.sourceURL = row.optionalText(14);
+    clip.sourceTitle = row.optionalText(15);
+    clip.boardOrder = row.optionalReal(16);
+    clip.boardPinnedAt = optionalDate(row, 17);
+    clip.snoozedUntil = optionalDate(row, 18);
+    clip.dueAt = optionalDate(row, 19);
+    if (auto note = row.optionalText(20)) {
+        clip.boardNote = crypto.readText(*note).value_or(std::string());
+    }
+    return clip;
+}
+
+Clip ClipStore::record(const NewClip& input, Date now) {
+    MainActor::assertIsolated();
+    auto& db = context_.db();
+    const auto& crypto = context_.crypto();
+
+    std::string hash = input.contentHash;
+    if (hash.empty()) {
+        std::vector<FingerprintPart> parts;
+        parts.reserve(input.representations.size());
+        for (const auto& rep : input.representations) {
+            std::span<const std::uint8_t> bytes;
+            if (rep.data) {
+                bytes = *rep.data;
+            } else if (rep.textBlob) {
+                bytes = *rep.textBlob;
+            } else if (rep.text) {
+                bytes = {reinterpret_cast<const std::uint8_t*>(rep.text->data()), rep.text->size()};
+            }
+            parts.push_back({rep.utTypeIdentifier, bytes});
+        }
+        hash = ContentFingerprint::compute(rawValue(input.kind), parts);
+    }
+
+    Database::Transaction tx(db);
+    auto& find = db.cached("SELECT id FROM Clip WHERE contentHash = ?1 AND deletedAt IS NULL "
+                           "LIMIT 1");
+    find.bind(1, hash);
+    if (find.step()) {
+        const std::string id = find.text(0);
+        find.reset();
+        auto& bump = db.cached("UPDATE Clip SET lastUsedAt = ?1, recopyCount = recopyCount + 1 "
+                               "WHERE id = ?2");
+        bump.bind(1, toStorage(now)).bind(2, id).run();
+        tx.commit();
+        return *clip(*Uuid::parse(id));
+    }
+    find.reset();
+
+    Clip clip = Clip::make(now);
+    clip.primaryKind = input.kind;
+    clip.previewText = input.previewText;
+    clip.contentHash = hash;
+    clip.sourceAppBundleID = input.sourceAppBundleID;
+    clip.sourceAppName = input.sourceAppName;
+    clip.sourceDeviceID = context_.deviceID();
+    clip.lastUsedAt = clip.createdAt;
+
+    auto& insert = db.cached(
+        "INSERT INTO Clip (id, primaryKindRaw, previewText, contentHash, sourceAppBundleID, "
+        "sourceAppName, createdAt, sourceDeviceID, lastUsedAt) "
+        "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
+    insert.bind(1, clip.id.string())
+        .bind(2, rawValue(clip.primaryKind))
+        .bind(3, crypto.sealText(clip.previewText))
+        .bind(4, clip.contentHash)
+        .bind(5, clip.sourceAppBundleID)
+        .bind(6, clip.sourceAppName)
+        .bind(7, toStorage(clip.createdAt))
+        .bind(8, clip.sourceDeviceID)
+        .bind(9, storage(clip.lastUsedAt))
+        .run();
+    insertRepresentations(clip.id, input.representations, now);
+    tx.commit();
+    return clip;
+}
+
+void ClipStore::insertRepresentations(const Uuid& clipID, const std::vector<Representation>& reps,
+                                      Date now) {
+    auto& db = context_.db();
+    const auto& crypto = context_.crypto();
+    auto& insert = db.cached("INSERT INTO Representation (id, utTypeIdentifier, text, createdAt, "
+                             "position, clip_id) VALUES (?1, ?2, ?3, ?4, ?5, ?6)");
+    auto& insertData = db.cached(
+        "INSERT INTO RepresentationData (representation_id, field, bytes) VALUES (?1, ?2, ?3)");
+    std::int64_t position = 0;
+    for (const auto& rep : reps) {
+        const std::string id = rep.id.string();
+        insert.bind(1, id).bind(2, rep.utTypeIdentifier);
+        if (rep.text) {
+            insert.bind(3, crypto.sealText(*rep.text));
+        } else {
+            insert.bindNull(3);
+        }
+        insert.bind(4, toStorage(rep.createdAt == Date{} ? now : rep.createdAt))
+            .bind(5, position++)
+            .bind(6, clipID.string())
+            .run();
+        if (rep.data) {
+            insertData.bind(1, id).bind(2, "data").bindBlob(3, crypto.sealBytes(*rep.data)).run();
+        }
+        if (rep.textBlob) {
+            insertData.bind(1, id)
+                .bind(2, "textBlob")
+                .bindBlob(3, crypto.sealBytes(*rep.textBlob))
+                .run();
+        }
+    }
+}
+
+std::int64_t ClipStore::trimmableCount() {
+    auto& stmt = context_.db().cached("SELECT trimmable FROM ClipCounters");
+    const std::int64_t count = stmt.step() ? stmt.int64(0) : 0;
+    stmt.reset();
+    return count;
+}
+
+std::int64_t ClipStore::trim() {
+    MainActor::assertIsolated();
+    if (settings_.unlimitedHistory) {
+        return 0;
+    }
+    const std::int64_t excess = trimmableCount() - settings_.maxUnpinnedHistory;
+    if (excess <= 0) {
+        return 0;
+    }
+    auto& db = context_.db();
+    auto& drop = db.cached(
+        "DELETE FROM Clip WHERE id IN (SELECT id FROM Clip "
+        "WHERE deletedAt IS NULL AND isPinned = 0 AND pinboardCount = 0 "
+        "ORDER BY coalesce(lastUsedAt, createdAt) ASC LIMIT ?1)");
+    drop.bind(1, excess).run();
+    return db.changes();
+}
+
+std::int64_t ClipStore::purge(Date now) {
+    MainActor::assertIsolated();
+    if (settings_.clipRetentionDays < 1) {
+        return 0;
+    }
+    const Date cutoff = now - std::chrono::seconds(settings_.clipRetentionDays * 86'400);
+    auto& db = context_.db();
+    auto& drop = db.cached("DELETE FROM Clip WHERE deletedAt IS NULL AND isPinned = 0 AND "
+                           "pinboardCount = 0 AND coalesce(lastUsedAt, createdAt) < ?1");
+    drop.bind(1, toStorage(cutoff)).run();
+    return db.changes();
+}
+
+Clip ClipStore::capture(const NewClip& input, Date now) {
+    Database::Transaction tx(context_.db());
+    Clip clip = record(input, now);
+    trim();
+    purge(now);
+    tx.commit();
+    return clip;
+}
+
+std::vector<Clip> ClipStore::promotionCandidates(std::int64_t threshold) {
+    MainActor::assertIsolated();
+    auto stmt = context_.db().prepare(
+        "SELECT " + std::string(clipColumns) +
+        " FROM Clip WHERE deletedAt IS NULL AND promotionHandled = 0 AND recopyCount >= ?1 "
+        "ORDER BY recopyCount DESC");
+    stmt.bind(1, threshold);
+    std::vector<Clip> clips;
+    while (stmt.step()) {
+        clips.push_back(readClipRow(stmt, context_.crypto()));
+    }
+    return clips;
+}
+
+void ClipStore::markPromotionHandled(const Uuid& clipID) {
+    MainActor::assertIsolated();
+    context_.db()
+        .cached("UPDATE Clip SET promotionHandled = 1 WHERE id = ?1")
+        .bind(1, clipID.string())
+        .run();
+}
+
+void ClipStore::setBoardNote(const Uuid& clipID, const std::optional<std::string>& note) {
+    MainActor::assertIsolated();
+    auto& stmt = context_.db().cached("UPDATE Clip SET boardNote = ?2 WHERE id = ?1");
+    stmt.bind(1, clipID.string());
+    if (note) {
+        stmt.bind(2, context_.crypto().sealText(*note));
+    } else {
+        stmt.bindNull(2);
+    }
+    stmt.run();
+}
+
+std::optional<Clip> ClipStore::clip(const Uuid& id) {
+    MainActor::assertIsolated();
+    auto& stmt =
+        context_.db().cached("SELECT " + std::string(clipColumns) + " FROM Clip WHERE id = ?1");
+    stmt.bind(1, id.string());
+    std::optional<Clip> result;
+    if (stmt.step()) {
+        result = readClipRow(stmt, context_.crypto());
+    }
+    stmt.reset();
+    return result;
+}
+
+std::vector<Clip> ClipStore::recent(std::size_t limit, std::size_t offset) {
+    MainActor::assertIsolated();
+    auto& stmt = context_.db().cached("SELECT " + std::string(clipColumns) +
+                                      " FROM Clip WHERE deletedAt IS NULL "
+                                      "ORDER BY coalesce(lastUsedAt, createdAt) DESC "
+                                      "LIMIT ?1 OFFSET ?2");
+    stmt.bind(1, static_cast<std::int64_t>(limit)).bind(2, static_cast<std::int64_t>(offset));
+    std::vector<Clip> clips;
+    clips.reserve(limit);
+    while (stmt.step()) {
+        clips.push_back(readClipRow(stmt, context_.crypto()));
+    }
+    stmt.reset();
+    return clips;
+}
+
+std::vector<Clip> ClipStore::search(std::string_view needle, std::size_t limit) {
+    MainActor::assertIsolated();
+    auto& db = context_.db();
+    const auto& crypto = context_.crypto();
+    // Only the sealed preview is read for every clip; whole rows are read for the matches.
+    auto& scan = db.cached("SELECT id, previewText FROM Clip WHERE deletedAt IS NULL "
+                           "ORDER BY coalesce(lastUsedAt, createdAt) DESC");
+    std::vector<std::string> matches;
+    while (matches.size() < limit && scan.step()) {
+        const auto preview = crypto.readText(scan.textView(1));
+        if (preview && containsIgnoringASCIICase(*preview, needle)) {
+            matches.push_back(scan.text(0));
+        }
+    }
+    scan.reset();
+    std::vector<Clip> clips;
+    clips.reserve(matches.size());
+    for (const auto& id : matches) {
+        if (auto found = clip(*Uuid::parse(id))) {
+            clips.push_back(std::move(*found));
+        }
+    }
+    return clips;
+}
+
+std::vector<Representation> ClipStore::representations(const Uuid& clipID) {
+    MainActor::assertIsolated();
+    auto& db = context_.db();
+    const auto& crypto = context_.crypto();
+    auto stmt = db.prepare(
+        "SELECT r.id, r.utTypeIdentifier, r.text, r.createdAt, "
+        "(SELECT bytes FROM RepresentationData WHERE representation_id = r.id AND field = 'data'), "
+        "(SELECT bytes FROM RepresentationData WHERE representation_id = r.id AND field = "
+        "'textBlob') FROM Representation r WHERE r.clip_id = ?1 ORDER BY r.position");
+    stmt.bind(1, clipID.string());
+    std::vector<Representation> reps;
+    while (stmt.step()) {
+        Representation rep;
+        rep.id = Uuid::parse(stmt.textView(0)).value_or(Uuid());
+        rep.utTypeIdentifier = stmt.text(1);
+        if (!stmt.isNull(2)) {
+            rep.text = crypto.readText(stmt.textView(2));
+        }
+        rep.createdAt = fromStorage(stmt.int64(3));
+        if (!stmt.isNull(4)) {
+            rep.data = crypto.readBytes(stmt.blob(4));
+        }
+        if (!stmt.isNull(5)) {
+            rep.textBlob = crypto.readBytes(stmt.blob(5));
+        }
+        reps.push_back(std::move(rep));
+    }
+    return reps;
+}
+
+std::int64_t ClipStore::liveCount() {
+    auto& stmt = context_.db().cached("SELECT count(*) FROM Clip WHERE deletedAt IS NULL");
+    const std::int64_t count = stmt.step() ? stmt.int64(0) : 0;
+    stmt.reset();
+    return count;
+}
+
+} // namespace marlune

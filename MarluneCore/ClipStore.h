@@ -1,0 +1,95 @@
+#pragma once
+
+#include "MarluneCore/ModelContext.h"
+#include "MarluneCore/Records.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace marlune {
+
+class Settings;
+
+// The history settings the clip store reads.
+struct ClipStoreSettings {
+    static constexpr std::int64_t defaultMaxUnpinnedHistory = 1000;
+
+    std::int64_t maxUnpinnedHistory = defaultMaxUnpinnedHistory;
+    bool unlimitedHistory = false;
+    std::int64_t clipRetentionDays = 0; // below 1: no age purge
+
+    // Reads `maxUnpinnedHistory`, `unlimitedHistory` and `clipRetentionDays`; a history limit
+    // below 1 is rejected (logged) and the default used instead.
+    static ClipStoreSettings read(const Settings& settings);
+};
+
+// What a capture hands to the store.
+struct NewClip {
+    ClipKind kind = ClipKind::text;
+    std::string previewText;
+    // The content fingerprint; computed from the kind and representations when empty.
+    std::string contentHash;
+    std::vector<Representation> representations;
+    std::optional<std::string> sourceAppBundleID;
+    std::optional<std::string> sourceAppName;
+};
+
+// The one way captured clipboard content enters the library and leaves it again by age.
+// A small value over the main context; every operation runs on the main thread.
+//
+// Clips spared by the history limit and the age purge: pinned clips, clips on a pinboard or
+// a Board section, and clips in the Trash (the Trash keeps its own 30-day promise).
+class ClipStore {
+public:
+    ClipStore(ModelContext& context, ClipStoreSettings settings)
+        : context_(context), settings_(settings) {}
+
+    // Inserts the clip, or bumps the live clip with the same content fingerprint (recency to
+    // now, one more re-copy). Returns the live clip that now holds the content.
+    Clip record(const NewClip& clip, Date now);
+    // Drops the unspared clips beyond the history limit, oldest recency first. Returns how many.
+    std::int64_t trim();
+    // Deletes unspared clips whose recency is older than the retention. Returns how many.
+    std::int64_t purge(Date now);
+    // The capture path: record, then trim, then purge.
+    Clip capture(const NewClip& clip, Date now);
+
+    // Live clips copied `threshold` times or more whose promotion was not handled yet.
+    std::vector<Clip> promotionCandidates(std::int64_t threshold);
+    void markPromotionHandled(const Uuid& clipID);
+    // The Board note of a clip; none removes it.
+    void setBoardNote(const Uuid& clipID, const std::optional<std::string>& note);
+
+    std::optional<Clip> clip(const Uuid& id);
+    // Live clips, most recent first.
+    std::vector<Clip> recent(std::size_t limit, std::size_t offset = 0);
+    // Live clips whose preview text contains `needle` (ASCII letters compared without case),
+    // most recent first, at most `limit`.
+    std::vector<Clip> search(std::string_view needle, std::size_t limit);
+    std::vector<Representation> representations(const Uuid& clipID);
+    std::int64_t liveCount();
+    // Clips the history limit may drop (live, unpinned, on no pinboard).
+    std::int64_t trimmableCount();
+
+    const ClipStoreSettings& settings() const { return settings_; }
+
+private:
+    void insertRepresentations(const Uuid& clipID, const std::vector<Representation>& reps,
+                               Date now);
+
+    ModelContext& context_;
+    ClipStoreSettings settings_;
+};
+
+// Reads a Clip from a row selected with `clipColumns`, opening its sealed fields.
+inline constexpr std::string_view clipColumns =
+    "id, primaryKindRaw, previewText, contentHash, sourceAppBundleID, sourceAppName, createdAt, "
+    "isPinned, recopyCount, promotionHandled, sourceDeviceID, lastUsedAt, deletedAt, "
+    "completedAt, sourceURL, sourceTitle, boardOrder, boardPinnedAt, snoozedUntil, dueAt, "
+    "boardNote";
+Clip readClipRow(const Statement& row, const ClipCrypto& crypto);
+
+} // namespace marlune

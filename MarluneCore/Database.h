@@ -1,0 +1,124 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace marlune {
+
+// An SQLite failure, with SQLite's own message and the statement that failed.
+class DatabaseError : public std::runtime_error {
+public:
+    DatabaseError(int code, const std::string& message) : std::runtime_error(message), code_(code) {}
+    int code() const { return code_; }
+
+private:
+    int code_;
+};
+
+class Statement;
+
+// A thin owner of one SQLite connection. All library access goes through one of these on
+// the main thread; it is not shared between threads.
+class Database {
+public:
+    enum class OpenMode { readWrite, readWriteCreate, readOnly };
+
+    static Database open(const std::filesystem::path& path, OpenMode mode);
+    static Database openInMemory();
+
+    Database(Database&& other) noexcept;
+    Database& operator=(Database&& other) noexcept;
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+    ~Database();
+
+    void execute(std::string_view sql);
+    Statement prepare(std::string_view sql);
+    // Prepared once per connection and kept: for statements on hot paths.
+    Statement& cached(std::string_view sql);
+
+    std::int64_t changes() const;
+    sqlite3* handle() const { return db_; }
+
+    // A transaction that rolls back unless committed; nests through savepoints.
+    class Transaction {
+    public:
+        explicit Transaction(Database& db);
+        Transaction(const Transaction&) = delete;
+        Transaction& operator=(const Transaction&) = delete;
+        ~Transaction();
+        void commit();
+
+    private:
+        Database& db_;
+        std::string name_;
+        bool done_ = false;
+    };
+
+private:
+    explicit Database(sqlite3* db) : db_(db) {}
+    sqlite3* db_ = nullptr;
+    int savepointDepth_ = 0;
+    struct Cache;
+    Cache* cache_ = nullptr;
+    friend class Transaction;
+};
+
+// One prepared statement. Parameters are bound by 1-based index; columns read by 0-based index.
+class Statement {
+public:
+    Statement(Statement&& other) noexcept;
+    Statement& operator=(Statement&& other) noexcept;
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+    ~Statement();
+
+    Statement& bind(int index, std::int64_t value);
+    Statement& bind(int index, int value) { return bind(index, static_cast<std::int64_t>(value)); }
+    Statement& bind(int index, bool value) { return bind(index, static_cast<std::int64_t>(value)); }
+    Statement& bind(int index, double value);
+    Statement& bind(int index, std::string_view text);
+    Statement& bind(int index, const char* text) { return bind(index, std::string_view(text)); }
+    Statement& bind(int index, const std::string& text) { return bind(index, std::string_view(text)); }
+    Statement& bindBlob(int index, std::span<const std::uint8_t> bytes);
+    Statement& bindNull(int index);
+    template <typename T> Statement& bind(int index, const std::optional<T>& value) {
+        if (value) {
+            return bind(index, *value);
+        }
+        return bindNull(index);
+    }
+
+    // Advances to the next row; false when the statement is done.
+    bool step();
+    // Runs a statement that returns no rows, then resets it.
+    void run();
+    void reset();
+
+    bool isNull(int column) const;
+    std::int64_t int64(int column) const;
+    double real(int column) const;
+    std::string text(int column) const;
+    std::string_view textView(int column) const;
+    std::vector<std::uint8_t> blob(int column) const;
+    std::optional<std::int64_t> optionalInt64(int column) const;
+    std::optional<std::string> optionalText(int column) const;
+    std::optional<double> optionalReal(int column) const;
+
+private:
+    friend class Database;
+    Statement(sqlite3* db, sqlite3_stmt* stmt) : db_(db), stmt_(stmt) {}
+    sqlite3* db_ = nullptr;
+    sqlite3_stmt* stmt_ = nullptr;
+};
+
+} // namespace marlune

@@ -1,0 +1,45 @@
+#include "MarluneCore/ProfileStore.h"
+
+#include <nlohmann/json.hpp>
+
+namespace marlune {
+
+Profile ProfileStore::profile() {
+    MainActor::assertIsolated();
+    auto stmt = context_.db().prepare(
+        "SELECT id, \"values\" FROM Profile ORDER BY rowid LIMIT 1");
+    Profile profile;
+    if (!stmt.step()) {
+        context_.db()
+            .prepare("INSERT INTO Profile (id, \"values\") VALUES (?1, '')")
+            .bind(1, profile.id.string())
+            .run();
+        return profile;
+    }
+    profile.id = Uuid::parse(stmt.textView(0)).value_or(Uuid());
+    if (auto json = context_.crypto().readText(stmt.textView(1)); json && !json->empty()) {
+        auto parsed = nlohmann::json::parse(*json, nullptr, false);
+        if (parsed.is_object()) {
+            for (const auto& [key, value] : parsed.items()) {
+                if (value.is_string()) {
+                    profile.values[key] = value.get<std::string>();
+                }
+            }
+        }
+    }
+    return profile;
+}
+
+void ProfileStore::setValues(const std::map<std::string, std::string>& values) {
+    MainActor::assertIsolated();
+    const Profile current = profile();
+    context_.performUndoable("Edit Profile", [&] {
+        context_.db()
+            .prepare("UPDATE Profile SET \"values\" = ?2 WHERE id = ?1")
+            .bind(1, current.id.string())
+            .bind(2, context_.crypto().sealText(nlohmann::json(values).dump()))
+            .run();
+    });
+}
+
+} // namespace marlune

@@ -1,0 +1,220 @@
+#include "MarluneCore/Database.h"
+#include "MarluneCore/Log.h"
+#include "MarluneCore/MarluneStore.h"
+#include "MarluneCore/SnippetStore.h"
+#include "support/LibraryFixture.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+
+namespace marlune {
+namespace {
+
+using test::Library;
+using test::TempDir;
+using test::testNow;
+namespace fs = std::filesystem;
+
+std::unique_ptr<ModelContainer> openAt(const fs::path& dir, const SymmetricKey& key) {
+    return MarluneStore::makeContainer({}, dir, ClipCrypto(key), "test-device");
+}
+
+TEST(StoreOpening, FileWrittenUnderFirstSchemaOpensMigratedWithEmptyCaptureRules) {
+    TempDir dir;
+    const auto key = SymmetricKey::random();
+    const fs::path file = dir / "Marlune.store";
+    const auto id = Uuid::random();
+    {
+        Database db = Database::open(file, Database::OpenMode::readWriteCreate);
+        MarluneSchemaV1::create(db);
+        db.prepare("INSERT INTO Snippet (id, title, keyword, content, createdAt, updatedAt) "
+                   "VALUES (?1, 'Sig', ';sig', 'plain before sealing', 1, 1)")
+            .bind(1, id.string())
+            .run();
+    }
+    ASSERT_EQ(MarluneStore::schemaVersionOf(file), (SchemaVersion{1, 0, 0}));
+
+    auto container = openAt(dir.path(), key);
+    auto& db = container->mainContext().db();
+    auto rules = db.prepare("SELECT count(*) FROM CaptureRule");
+    ASSERT_TRUE(rules.step());
+    EXPECT_EQ(rules.int64(0), 0);
+    SnippetStore snippets(container->mainContext());
+    auto snippet = snippets.liveSnippet(";sig");
+    ASSERT_TRUE(snippet);
+    EXPECT_EQ(snippet->id, id);
+    EXPECT_EQ(snippet->content, "plain before sealing"); // unsealed legacy text reads as itself
+    container.reset();
+    EXPECT_EQ(MarluneStore::schemaVersionOf(file), (SchemaVersion{2, 0, 0}));
+}
+
+TEST(StoreOpening, ReopeningKeepsRecordsAndDoesNotMigrateAgain) {
+    TempDir dir;
+    const auto key = SymmetricKey::random();
+    {
+        auto container = openAt(dir.path(), key);
+        SnippetStore(container->mainContext()).create(
+            [] {
+                Snippet s = Snippet::make(testNow());
+                s.keyword = ";addr";
+                s.content = "1 Harbour Lane";
+                return s;
+            }(),
+            testNow());
+    }
+    auto container = openAt(dir.path(), key);
+    auto found = SnippetStore(container->mainContext()).liveSnippet(";addr");
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->content, "1 Harbour Lane");
+}
+
+struct BadFileCase {
+    const char* name;
+    std::function<void(const fs::path&)> make;
+    MarluneStoreError::Kind expected;
+};
+
+class StoreOpeningRefuses : public ::testing::TestWithParam<BadFileCase> {};
+
+TEST_P(StoreOpeningRefuses, BadFileIsRefusedAndLeftByteForByteUntouched) {
+    TempDir dir;
+    const fs::path file = dir / "Marlune.store";
+    GetParam().make(file);
+    const auto before = test::readFileBytes(file);
+    try {
+        openAt(dir.path(), SymmetricKey::random());
+        FAIL() << "opened a bad library file";
+    } catch (const MarluneStoreError& error) {
+        EXPECT_EQ(error.kind(), GetParam().expected) << error.what();
+        EXPECT_NE(std::string(error.what()).find(file.string()), std::string::npos)
+            << "the message names the file: " << error.what();
+        EXPECT_NE(std::string(error.what()).find("untouched"), std::string::npos);
+    }
+    EXPECT_EQ(test::readFileBytes(file), before);
+    EXPECT_FALSE(fs::exists(dir / "Marlune.store-wal"));
+}
+
+void makeValidLibrary(const fs::path& file) {
+    {
+        auto container = openAt(file.parent_path(), SymmetricKey::random());
+        for (int i = 0; i < 200; ++i) {
+            SnippetStore(container->mainContext())
+                .create(
+                    [&] {
+                        Snippet s = Snippet::make(testNow());
+                        s.keyword = ";k" + std::to_string(i);
+                        s.content = std::string(500, 'x');
+                        return s;
+                    }(),
+                    testNow());
+        }
+    }
+    // Fold the write-ahead log into the file so the file alone is the library.
+    Database db = Database::open(file, Database::OpenMode::readWrite);
+    db.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    db.execute("PRAGMA journal_mode = DELETE");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BadFiles, StoreOpeningRefuses,
+    ::testing::Values(
+        BadFileCase{"Empty", [](const fs::path& f) { test::writeFileBytes(f, ""); },
+                    MarluneStoreError::Kind::damaged},
+        BadFileCase{"PlainText",
+                    [](const fs::path& f) { test::writeFileBytes(f, "my shopping list\n"); },
+                    MarluneStoreError::Kind::notADatabase},
+        BadFileCase{"HeaderOnlyHalf",
+                    [](const fs::path& f) { test::writeFileBytes(f, std::string("SQLite format 3\0abc", 19)); },
+                    MarluneStoreError::Kind::damaged},
+        BadFileCase{"TruncatedLibrary",
+                    [](const fs::path& f) {
+                        makeValidLibrary(f);
+                        fs::resize_file(f, fs::file_size(f) / 2 / 4096 * 4096);
+                    },
+                    MarluneStoreError::Kind::damaged},
+        BadFileCase{"CutMidPage",
+                    [](const fs::path& f) {
+                        makeValidLibrary(f);
+                        fs::resize_file(f, fs::file_size(f) - 100);
+                    },
+                    MarluneStoreError::Kind::damaged},
+        BadFileCase{"OtherProgramsDatabase",
+                    [](const fs::path& f) {
+                        Database db = Database::open(f, Database::OpenMode::readWriteCreate);
+                        db.execute("CREATE TABLE notes (body TEXT)");
+                    },
+                    MarluneStoreError::Kind::notALibrary},
+        BadFileCase{"NewerSchema",
+                    [](const fs::path& f) {
+                        makeValidLibrary(f);
+                        Database db = Database::open(f, Database::OpenMode::readWrite);
+                        db.execute("UPDATE Metadata SET value = '3.0.0' WHERE key = 'schemaVersion'");
+                    },
+                    MarluneStoreError::Kind::newerSchema}),
+    [](const auto& testInfo) { return std::string(testInfo.param.name); });
+
+TEST(StoreOpening, UnavailableChoicesFailWithTheirOwnErrors) {
+    TempDir dir;
+    try {
+        MarluneStore::makeContainer({.inMemory = false, .appGroup = true, .cloudKit = false},
+                                    dir.path(), ClipCrypto(std::nullopt), "d");
+        FAIL();
+    } catch (const MarluneStoreError& error) {
+        EXPECT_EQ(error.kind(), MarluneStoreError::Kind::appGroupUnavailable);
+        EXPECT_EQ(error.detail(), MarluneStore::appGroupIdentifier);
+    }
+    try {
+        MarluneStore::makeContainer({.inMemory = false, .appGroup = false, .cloudKit = true},
+                                    dir.path(), ClipCrypto(std::nullopt), "d");
+        FAIL();
+    } catch (const MarluneStoreError& error) {
+        EXPECT_EQ(error.kind(), MarluneStoreError::Kind::cloudMirrorUnavailable);
+    }
+    EXPECT_FALSE(fs::exists(dir / "Marlune.store")) << "a refused choice must not create a file";
+}
+
+TEST(StoreOpening, LogsTheChoicesItBuiltWith) {
+    std::vector<std::string> lines;
+    auto old = Logger::setSink(
+        [&](std::string_view, LogLevel, std::string_view line) { lines.emplace_back(line); });
+    { Library library; }
+    Logger::setSink(old);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(),
+              "[Marlune] Model container built (cloudKit: false, appGroup: false, inMemory: true)");
+}
+
+TEST(StoreOpening, CloudMirrorProbeCountsBookkeepingTables) {
+    TempDir dir;
+    const fs::path file = dir / "Marlune.store";
+    { openAt(dir.path(), SymmetricKey::random()); }
+    EXPECT_FALSE(MarluneStore::wasMirroredToCloud(file));
+    {
+        Database db = Database::open(file, Database::OpenMode::readWrite);
+        db.execute("CREATE TABLE ANSCKRECORDMETADATA (x)");
+    }
+    EXPECT_TRUE(MarluneStore::wasMirroredToCloud(file));
+}
+
+TEST(StoreOpening, LibraryDirectoryIsPrivate) {
+    TempDir dir;
+    const fs::path library = dir / "nested" / "Marlune";
+    MarluneStore::makeContainer({}, library, ClipCrypto(std::nullopt), "d");
+    EXPECT_EQ(fs::status(library).permissions() & fs::perms::all, fs::perms::owner_all);
+}
+
+TEST(MainActorDeathTest, StoreCallFromAnotherThreadStopsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    Library library;
+    EXPECT_DEATH(
+        {
+            std::thread worker([&] { SnippetStore(library.context()).list(SnippetSortMode::manual); });
+            worker.join();
+        },
+        "must run on the main thread");
+}
+
+} // namespace
+} // namespace marlune
