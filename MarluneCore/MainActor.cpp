@@ -19,10 +19,10 @@ void MainActor::adoptCurrentThread() { mainThread().store(std::this_thread::get_
 
 bool MainActor::isCurrentThread() { return mainThread().load() == std::this_thread::get_id(); }
 
-void MainActor::assertIsolated(std::source_location where) {
+void MainActor::assertIsolated(const char* function, const char* file, int line) {
     if (!isCurrentThread()) {
-        std::fprintf(stderr, "[Marlune] %s (%s:%u) must run on the main thread.\n",
-                     where.function_name(), where.file_name(), where.line());
+        std::fprintf(stderr, "[Marlune] %s (%s:%d) must run on the main thread.\n", function, file,
+                     line);
         std::abort();
     }
 }

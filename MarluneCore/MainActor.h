@@ -1,6 +1,5 @@
 #pragma once
 
-#include <source_location>
 #include <thread>
 
 namespace marlune {
@@ -15,7 +14,10 @@ public:
     static void adoptCurrentThread();
     static bool isCurrentThread();
     // Terminates the process with a message naming the caller when not on the main thread.
-    static void assertIsolated(std::source_location where = std::source_location::current());
+    // (The compiler builtins stand in for std::source_location, which clang 14 lacks with
+    // libstdc++ 12.)
+    static void assertIsolated(const char* function = __builtin_FUNCTION(),
+                               const char* file = __builtin_FILE(), int line = __builtin_LINE());
 };
 
 } // namespace marlune
