@@ -297,23 +297,36 @@ std::vector<Clip> ClipStore::search(std::string_view needle, std::size_t limit) 
     MainActor::assertIsolated();
     auto& db = context_.db();
     const auto& crypto = context_.crypto();
-    // Only the sealed preview is read for every clip; whole rows are read for the matches.
-    auto& scan = db.cached("SELECT id, previewText FROM Clip WHERE deletedAt IS NULL "
-                           "ORDER BY coalesce(lastUsedAt, createdAt) DESC");
-    std::vector<std::string> matches;
-    while (matches.size() < limit && scan.step()) {
-        const auto preview = crypto.readText(scan.textView(1));
+    // Every live preview has to be opened anyway, so the table is read in storage order (a
+    // sequential scan) and only the matches are ranked by recency afterwards.
+    auto& scan = db.cached("SELECT rowid, coalesce(lastUsedAt, createdAt), previewText FROM Clip NOT INDEXED "
+                           "WHERE deletedAt IS NULL");
+    struct Match {
+        std::int64_t recency;
+        std::int64_t rowid;
+    };
+    std::vector<Match> matches;
+    while (scan.step()) {
+        const auto preview = crypto.readText(scan.textView(2));
         if (preview && containsIgnoringASCIICase(*preview, needle)) {
-            matches.push_back(scan.text(0));
+            matches.push_back({scan.int64(1), scan.int64(0)});
         }
     }
     scan.reset();
+    const auto keep = std::min(limit, matches.size());
+    std::partial_sort(matches.begin(), matches.begin() + static_cast<std::ptrdiff_t>(keep),
+                      matches.end(), [](const Match& a, const Match& b) {
+                          return a.recency != b.recency ? a.recency > b.recency : a.rowid > b.rowid;
+                      });
     std::vector<Clip> clips;
-    clips.reserve(matches.size());
-    for (const auto& id : matches) {
-        if (auto found = clip(*Uuid::parse(id))) {
-            clips.push_back(std::move(*found));
+    clips.reserve(keep);
+    auto& row = db.cached("SELECT " + std::string(clipColumns) + " FROM Clip WHERE rowid = ?1");
+    for (std::size_t i = 0; i < keep; ++i) {
+        row.bind(1, matches[i].rowid);
+        if (row.step()) {
+            clips.push_back(readClipRow(row, crypto));
         }
+        row.reset();
     }
     return clips;
 }

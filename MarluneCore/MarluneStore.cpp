@@ -134,6 +134,11 @@ void configure(Database& db, bool onDisk) {
     if (onDisk) {
         db.execute("PRAGMA journal_mode = WAL");
         db.execute("PRAGMA synchronous = FULL");
+        // 32 MiB of page cache keeps the indexes of a large history resident, so an insert
+        // costs about the same at a hundred thousand clips as at a thousand.
+        db.execute("PRAGMA cache_size = -32768");
+        // Reads of large histories map the file instead of copying every page through read().
+        db.execute("PRAGMA mmap_size = 268435456");
     }
     db.execute("PRAGMA foreign_keys = ON");
     db.execute("PRAGMA temp_store = MEMORY");
@@ -150,6 +155,8 @@ Database createLibraryFile(const fs::path& file) {
         db.execute("PRAGMA journal_mode = DELETE");
         MarluneMigrationPlan::createCurrent(db);
     }
+    // SQLite gives its -wal and -shm files the database file's mode.
+    ::chmod(building.c_str(), 0600);
     fs::rename(building, file);
     return Database::open(file, Database::OpenMode::readWrite);
 }

@@ -1,6 +1,8 @@
 #include "MarluneCore/BatchActions.h"
 #include "MarluneCore/ClipStore.h"
+#include "MarluneCore/LibraryResealer.h"
 #include "MarluneCore/ProfileStore.h"
+#include "MarluneCore/Resealer.h"
 #include "MarluneCore/SnippetStore.h"
 #include "support/LibraryFixture.h"
 
@@ -171,6 +173,51 @@ TEST(SealingAtRest, NoPlaintextReachesTheStoreFileOrItsLog) {
     for (const auto& secret : secrets) {
         EXPECT_EQ(bytes.find(secret), std::string::npos) << secret << " was stored in plain";
     }
+}
+
+} // namespace
+} // namespace marlune
+
+namespace marlune {
+namespace {
+
+TEST(LibraryResealer, ValuesSealedUnderARetiredKeyMoveToTheCurrentKey) {
+    test::TempDir dir;
+    const auto oldKey = SymmetricKey::random();
+    const auto newKey = SymmetricKey::random();
+    Uuid snippetID;
+    Uuid clipID;
+    {
+        auto container = MarluneStore::makeContainer({}, dir.path(), ClipCrypto(oldKey), "d");
+        Snippet s = snippetWith("Old", ";old");
+        s.content = "sealed under the old key";
+        snippetID = SnippetStore(container->mainContext()).create(s, testNow()).id;
+        NewClip clip;
+        clip.previewText = "old preview";
+        Representation rep;
+        rep.utTypeIdentifier = "public.png";
+        rep.data = std::vector<std::uint8_t>{1, 2, 3};
+        clip.representations.push_back(rep);
+        clipID = ClipStore(container->mainContext(), {}).record(clip, testNow()).id;
+    }
+    {
+        auto container = MarluneStore::makeContainer(
+            {}, dir.path(), ClipCrypto(newKey, {oldKey}), "d");
+        EXPECT_EQ(SnippetStore(container->mainContext()).snippet(snippetID)->content,
+                  "sealed under the old key");
+        const auto moved = LibraryResealer::resealAll(container->mainContext(),
+                                                      Resealer({oldKey}, newKey));
+        EXPECT_EQ(moved, 3); // the body, the preview and the flavour bytes
+        EXPECT_EQ(LibraryResealer::resealAll(container->mainContext(), Resealer({oldKey}, newKey)),
+                  0)
+            << "a second pass finds nothing left to move";
+    }
+    auto container = MarluneStore::makeContainer({}, dir.path(), ClipCrypto(newKey), "d");
+    EXPECT_EQ(SnippetStore(container->mainContext()).snippet(snippetID)->content,
+              "sealed under the old key");
+    ClipStore clips(container->mainContext(), {});
+    EXPECT_EQ(clips.clip(clipID)->previewText, "old preview");
+    EXPECT_EQ(clips.representations(clipID).front().data, (std::vector<std::uint8_t>{1, 2, 3}));
 }
 
 } // namespace

@@ -203,6 +203,8 @@ TEST(StoreOpening, LibraryDirectoryIsPrivate) {
     const fs::path library = dir / "nested" / "Marlune";
     MarluneStore::makeContainer({}, library, ClipCrypto(std::nullopt), "d");
     EXPECT_EQ(fs::status(library).permissions() & fs::perms::all, fs::perms::owner_all);
+    EXPECT_EQ(fs::status(library / "Marlune.store").permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write);
 }
 
 TEST(MainActorDeathTest, StoreCallFromAnotherThreadStopsTheProcess) {

@@ -1,0 +1,160 @@
+// marlune-app: opens the library, then runs the event loop until asked to quit. With a display
+// it shows its tray icon; with --headless, or with no display at all, it runs the library and
+// its upkeep alone (for servers, scripts and tests).
+
+#include "AppUI/TrayIcon.h"
+#include "Marlune/LibraryBootstrap.h"
+#include "MarluneCore/ClipStore.h"
+#include "MarluneCore/Log.h"
+#include "MarluneCore/MainActor.h"
+#include "MarluneCore/SnippetStore.h"
+#include "Platform/SecretServiceKeyring.h"
+
+#include <QApplication>
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::string_view staleLinkMessage =
+    "marlune: this is the Marlune APP binary, reached through a stale `marlune` symlink.\n"
+    "The command-line tool is the `marlune` program installed beside `marlune-app`. Repair the "
+    "link in one of two ways:\n"
+    "  - reinstall the command-line tool from Marlune's Settings, Developer section, or\n"
+    "  - point ~/.local/bin/marlune at the `marlune` tool beside `marlune-app`.\n";
+
+constexpr std::string_view usage =
+    "Usage: marlune-app [--headless] [--version] [--help]\n"
+    "  --headless  run without tray, keyboard or clipboard services (no display needed)\n";
+
+int signalPipe[2] = {-1, -1};
+
+void onSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] const auto written = ::write(signalPipe[1], &byte, 1);
+}
+
+bool hasDisplay() {
+    const char* x11 = std::getenv("DISPLAY");
+    return x11 != nullptr && *x11 != '\0';
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    using namespace marlune;
+    const std::string_view invokedAs = argv[0];
+    const auto slash = invokedAs.rfind('/');
+    if (invokedAs.substr(slash == std::string_view::npos ? 0 : slash + 1) == "marlune") {
+        std::fwrite(staleLinkMessage.data(), 1, staleLinkMessage.size(), stderr);
+        return 64;
+    }
+
+    bool headless = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg == "--headless") {
+            headless = true;
+        } else if (arg == "--version") {
+            std::printf("marlune-app %s\n", MARLUNE_VERSION);
+            return 0;
+        } else if (arg == "--help" || arg == "-h") {
+            std::fwrite(usage.data(), 1, usage.size(), stdout);
+            return 0;
+        } else {
+            std::fprintf(stderr, "marlune-app: unknown option '%s'.\n%.*s", argv[i],
+                         static_cast<int>(usage.size()), usage.data());
+            return 64;
+        }
+    }
+    if (!headless && !hasDisplay()) {
+        headless = true;
+        const char* wayland = std::getenv("WAYLAND_DISPLAY");
+        logs::app.info(wayland != nullptr && *wayland != '\0'
+                           ? "No X11 display: running headless. Keyboard and clipboard services "
+                             "need an X11 session or XWayland applications."
+                           : "No display: running headless.");
+    }
+
+    MainActor::adoptCurrentThread();
+    std::unique_ptr<QCoreApplication> app;
+    if (headless) {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QApplication>(argc, argv);
+    }
+    QCoreApplication::setApplicationName("Marlune");
+    QCoreApplication::setOrganizationDomain("marlune.org");
+
+    OpenedLibrary library;
+    try {
+        SecretServiceKeyring keyring;
+        library = openLibrary(LibraryPaths::processEnvironment(), &keyring,
+                              std::chrono::system_clock::now());
+    } catch (const std::exception& error) {
+        logs::app.error(containerFailureMessage(error));
+        return 1;
+    }
+    ModelContext& context = library.container->mainContext();
+    {
+        SnippetStore snippets(context);
+        ClipStore clips(context, ClipStoreSettings::read(*library.settings));
+        logs::app.info("Library " + library.paths.libraryDirectory.string() + " open: " +
+                       std::to_string(snippets.list(SnippetSortMode::manual).size()) +
+                       " snippets, " + std::to_string(clips.liveCount()) + " clips" +
+                       (headless ? "; running headless." : "."));
+    }
+
+    auto upkeep = [&] {
+        try {
+            runMaintenance(context, *library.settings, dateNow());
+        } catch (const std::exception& error) {
+            logs::app.error(std::string("Library upkeep failed: ") + error.what());
+        }
+    };
+    upkeep();
+    QTimer upkeepTimer;
+    QObject::connect(&upkeepTimer, &QTimer::timeout, upkeep);
+    upkeepTimer.start(std::chrono::hours(1));
+
+    // Quit cleanly on SIGTERM, SIGINT and SIGHUP: the handler only writes a byte, and the
+    // event loop does the rest on the main thread.
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) != 0) {
+        logs::app.error(std::string("socketpair() failed: ") + std::strerror(errno));
+        return 1;
+    }
+    QSocketNotifier signalNotifier(signalPipe[0], QSocketNotifier::Read);
+    QObject::connect(&signalNotifier, &QSocketNotifier::activated, [] {
+        char byte = 0;
+        [[maybe_unused]] const auto got = ::read(signalPipe[0], &byte, 1);
+        QCoreApplication::quit();
+    });
+    struct sigaction action {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaction(sig, &action, nullptr);
+    }
+    std::signal(SIGPIPE, SIG_IGN);
+
+    std::unique_ptr<TrayIcon> tray;
+    if (!headless) {
+        tray = std::make_unique<TrayIcon>();
+    }
+    logs::app.info("Marlune is running.");
+    const int status = QCoreApplication::exec();
+    tray.reset();
+    logs::app.info("Marlune stopped.");
+    return status;
+}
