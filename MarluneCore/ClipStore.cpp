@@ -306,9 +306,12 @@ std::vector<Clip> ClipStore::search(std::string_view needle, std::size_t limit) 
         std::int64_t rowid;
     };
     std::vector<Match> matches;
+    // One buffer for every preview, and no cache entries: a scan of the whole history would
+    // only push out what the visible list reads again.
+    std::string preview;
     while (scan.step()) {
-        const auto preview = crypto.readText(scan.textView(2));
-        if (preview && containsIgnoringASCIICase(*preview, needle)) {
+        if (crypto.readTextInto(scan.textView(2), preview) &&
+            containsIgnoringASCIICase(preview, needle)) {
             matches.push_back({scan.int64(1), scan.int64(0)});
         }
     }
