@@ -31,7 +31,7 @@ fi
 # A display of our own: -displayfd lets Xvfb choose a free number and tell us.
 if command -v Xvfb >/dev/null 2>&1; then
   exec 3<> "$session_dir/displayfd"
-  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp >"$session_dir/xvfb.log" 2>&1 &
+  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp -noreset >"$session_dir/xvfb.log" 2>&1 &
   pids+=("$!")
   for _ in $(seq 1 100); do
     display_number="$(head -n1 "$session_dir/displayfd" 2>/dev/null || true)"

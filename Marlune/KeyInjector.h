@@ -1,0 +1,74 @@
+#pragma once
+
+#include "Marlune/KeyChord.h"
+
+#include <cstdint>
+#include <string>
+#include <variant>
+
+namespace marlune {
+
+namespace keyinjection {
+struct Backspaces {
+    std::int64_t count = 0;
+    friend bool operator==(const Backspaces&, const Backspaces&) = default;
+};
+// The paste shortcut of the target window (or any other chord).
+struct PressChord {
+    KeyChord chord;
+    friend bool operator==(const PressChord&, const PressChord&) = default;
+};
+struct CaretLeft {
+    std::int64_t count = 0;
+    friend bool operator==(const CaretLeft&, const CaretLeft&) = default;
+};
+struct CaretRight {
+    std::int64_t count = 0;
+    friend bool operator==(const CaretRight&, const CaretRight&) = default;
+};
+// Types the text key by key, for windows that refuse a paste from synthetic keys. The text is
+// wiped when the step is freed.
+struct TypeText {
+    std::string text;
+
+    TypeText() = default;
+    explicit TypeText(std::string typed) : text(std::move(typed)) {}
+    TypeText(const TypeText&) = default;
+    TypeText& operator=(const TypeText&) = default;
+    ~TypeText() {
+        volatile char* bytes = text.data();
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            bytes[i] = 0;
+        }
+    }
+    friend bool operator==(const TypeText&, const TypeText&) = default;
+};
+} // namespace keyinjection
+
+using KeyInjection =
+    std::variant<keyinjection::Backspaces, keyinjection::PressChord, keyinjection::CaretLeft,
+                 keyinjection::CaretRight, keyinjection::TypeText>;
+
+struct InjectionDone {
+    friend bool operator==(const InjectionDone&, const InjectionDone&) = default;
+};
+struct InjectionFailed {
+    std::string message;
+    friend bool operator==(const InjectionFailed&, const InjectionFailed&) = default;
+};
+using InjectionOutcome = std::variant<InjectionDone, InjectionFailed>;
+
+// Synthetic key presses into whatever window has the keyboard focus. Each call posts one step
+// at once; the pauses between steps belong to the caller, as does waiting until
+// `heldModifiers()` is empty so that a modifier the user still holds does not turn a
+// BackSpace or the paste into another shortcut.
+class KeyInjector {
+public:
+    virtual ~KeyInjector() = default;
+
+    virtual InjectionOutcome inject(const KeyInjection& step) = 0;
+    // The shortcut modifiers physically held right now (Caps Lock and Num Lock do not count).
+    virtual KeyModifiers heldModifiers() = 0;
+};
+
+} // namespace marlune

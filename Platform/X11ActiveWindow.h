@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Marlune/ActiveWindowInfo.h"
+#include "Platform/X11Connection.h"
+
+#include <memory>
+#include <string_view>
+#include <variant>
+
+namespace marlune {
+
+// The window manager's _NET_ACTIVE_WINDOW, or without a window manager that says so, the
+// top-level window that holds the input focus. Its WM_CLASS class part, _NET_WM_NAME (WM_NAME
+// when absent) and _NET_WM_PID.
+class X11ActiveWindow : public ActiveWindowInfo {
+public:
+    static std::variant<std::unique_ptr<X11ActiveWindow>, X11Unavailable>
+    open(std::string_view display = {});
+
+    explicit X11ActiveWindow(X11Connection connection);
+
+    std::optional<ActiveWindow> activeWindow() override;
+
+private:
+    std::uint32_t focusedTopLevel();
+
+    X11Connection connection_;
+    std::uint32_t netActiveWindow_;
+    std::uint32_t netWmName_;
+    std::uint32_t netWmPid_;
+    std::uint32_t utf8String_;
+};
+
+} // namespace marlune

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "Marlune/KeyInjector.h"
+#include "Platform/InjectionLedger.h"
+#include "Platform/X11Connection.h"
+
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+struct xkb_keymap;
+struct xkb_state;
+
+namespace marlune {
+
+// Key presses through the XTest extension, into whichever window has the keyboard focus, with
+// the keys of the layout in use at that moment. Each event sent is written to the shared
+// InjectionLedger first, so that the keyboard watcher knows it for ours.
+//
+// A character that no key of the layout types is put on a spare key code for the moment it
+// is typed, and the spare key codes are cleared again at the end of the step. A client that
+// reads its events only after that would see nothing for those characters; the xterm path that
+// needs typing rarely meets characters outside the layout.
+class XTestKeyInjector : public KeyInjector {
+public:
+    static std::variant<std::unique_ptr<XTestKeyInjector>, X11Unavailable>
+    open(std::shared_ptr<InjectionLedger> ledger, std::string_view display = {});
+
+    XTestKeyInjector(X11Connection connection, std::shared_ptr<InjectionLedger> ledger,
+                     std::int32_t keyboardId);
+    ~XTestKeyInjector() override;
+
+    InjectionOutcome inject(const KeyInjection& step) override;
+    KeyModifiers heldModifiers() override;
+
+private:
+    struct KeyStroke {
+        std::uint32_t keycode = 0;
+        std::vector<std::uint32_t> modifierKeys;
+    };
+
+    bool loadKeymap();
+    void releaseKeymap();
+    std::optional<std::uint32_t> modifierKey(std::uint32_t keysym) const;
+    std::optional<KeyStroke> strokeFor(std::uint32_t keysym) const;
+    std::optional<KeyStroke> strokeForChord(const KeyChord& chord) const;
+    std::optional<std::uint32_t> spareKeycode(std::uint32_t keysym);
+    void restoreSpareKeycodes();
+    void send(std::uint32_t keycode, bool press);
+    void tap(const KeyStroke& stroke);
+    InjectionOutcome repeat(std::uint32_t keysym, std::int64_t count);
+    InjectionOutcome chord(const KeyChord& chord);
+    InjectionOutcome type(std::string_view text);
+    InjectionOutcome finish();
+
+    X11Connection connection_;
+    std::shared_ptr<InjectionLedger> ledger_;
+    std::int32_t keyboardId_;
+    xkb_keymap* keymap_ = nullptr;
+    xkb_state* state_ = nullptr;
+    std::vector<std::uint32_t> spareKeycodes_;
+    std::vector<std::uint32_t> sparesInUse_;
+};
+
+} // namespace marlune
