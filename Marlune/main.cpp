@@ -3,6 +3,7 @@
 // its upkeep alone (for servers, scripts and tests).
 
 #include "AppUI/TrayIcon.h"
+#include "Marlune/CLIListener.h"
 #include "Marlune/LibraryBootstrap.h"
 #include "MarluneCore/ClipStore.h"
 #include "MarluneCore/Log.h"
@@ -148,12 +149,32 @@ int main(int argc, char** argv) {
     }
     std::signal(SIGPIPE, SIG_IGN);
 
+    // The command line: requests arrive on the server's thread and are answered here, on the
+    // main thread, through the event loop.
+    CLIEnvironment cliEnvironment;
+    cliEnvironment.container = library.container;
+    cliEnvironment.settings = library.settings.get();
+    cliEnvironment.libraryDirectory = library.paths.libraryDirectory;
+    cliEnvironment.headless = headless;
+    cliEnvironment.appVersion = MARLUNE_VERSION;
+    cliEnvironment.quit = [] {
+        QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit,
+                                  Qt::QueuedConnection);
+    };
+    CLIListener cli(std::move(cliEnvironment), [](std::function<void()> task) {
+        QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(task),
+                                  Qt::QueuedConnection);
+    });
+    registerAllCommands(cli);
+    cli.start();
+
     std::unique_ptr<TrayIcon> tray;
     if (!headless) {
         tray = std::make_unique<TrayIcon>();
     }
     logs::app.info("Marlune is running.");
     const int status = QCoreApplication::exec();
+    cli.stop();
     tray.reset();
     logs::app.info("Marlune stopped.");
     return status;

@@ -1,0 +1,12 @@
+#include "Marlune/CLIListener.h"
+
+namespace marlune {
+
+void registerAllCommands(CLIListener& listener) {
+    registerSystemCommands(listener);
+    registerSnippetCommands(listener);
+    registerLibraryCommands(listener);
+    registerProfileAndConfigCommands(listener);
+}
+
+} // namespace marlune
