@@ -1,0 +1,745 @@
+#include "Marlune/ExpansionService.h"
+
+#include "ExpansionEngine/Graphemes.h"
+#include "MarluneCore/Log.h"
+#include "MarluneCore/ProfileStore.h"
+#include "MarluneCore/SnippetStore.h"
+#include "MarluneCore/Uuid.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <utility>
+#include <variant>
+
+namespace marlune {
+
+namespace {
+
+constexpr std::string_view kTextType = "text/plain;charset=utf-8";
+constexpr std::string_view kKDEHint = "x-kde-passwordManagerHint";
+constexpr std::string_view kConcealedType = "org.nspasteboard.ConcealedType";
+
+void wipe(std::string& text) {
+    volatile char* bytes = text.data();
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        bytes[i] = 0;
+    }
+    text.clear();
+}
+
+PasteboardSnapshot::Payload payload(std::string_view type, std::string_view data) {
+    return {std::string(type), std::vector<std::uint8_t>(data.begin(), data.end())};
+}
+
+std::int64_t payloadBytes(const PasteboardSnapshot& snapshot) {
+    std::int64_t total = 0;
+    for (const auto& item : snapshot.items) {
+        for (const auto& p : item.payloads) {
+            total += static_cast<std::int64_t>(p.data.size());
+        }
+    }
+    return total;
+}
+
+// Both markers, so that neither our own history nor another's records what we put there: the
+// user's clipboard is theirs to have captured once, and an expansion is not a copy.
+PasteboardSnapshot concealed(PasteboardSnapshot snapshot) {
+    if (snapshot.items.empty()) {
+        snapshot.items.emplace_back();
+    }
+    auto& payloads = snapshot.items.front().payloads;
+    const auto has = [&](std::string_view type) {
+        for (const auto& p : payloads) {
+            if (p.type == type) {
+                return true;
+            }
+        }
+        return false;
+    };
+    if (!has(kKDEHint)) {
+        payloads.push_back(payload(kKDEHint, "secret"));
+    }
+    if (!has(kConcealedType)) {
+        payloads.push_back(payload(kConcealedType, ""));
+    }
+    snapshot.totalBytes = payloadBytes(snapshot);
+    return snapshot;
+}
+
+std::optional<std::string> firstText(const PasteboardSnapshot& snapshot) {
+    for (const auto& item : snapshot.items) {
+        for (const auto& p : item.payloads) {
+            if (p.type.rfind("text/plain", 0) == 0 || p.type == "UTF8_STRING") {
+                return std::string(p.data.begin(), p.data.end());
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+bool endsWith(std::string_view text, std::string_view suffix) {
+    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+int wordCount(std::string_view text) {
+    int words = 0;
+    bool inWord = false;
+    for (const char ch : text) {
+        const bool space = ch == ' ' || ch == '\t';
+        if (!space && !inWord) {
+            ++words;
+        }
+        inWord = !space;
+    }
+    return words;
+}
+
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+} // namespace
+
+ExpansionService::ExpansionService(Collaborators collaborators) : c_(std::move(collaborators)) {
+    lookup_ = triggers_.lookup();
+    phraseBuffer_.reserve(kPhraseMaxBytes + 8);
+    keystrokeContext_ = makeContext();
+}
+
+ExpansionService::~ExpansionService() {
+    if (watcher_ != nullptr) {
+        watcher_->setHandler(nullptr);
+    }
+    if (isFillInOpen_) {
+        c_.fillIn.dismiss();
+    }
+    for (auto* task : {&runTask_, &undoTeardownTask_, &clipboardRestoreTask_, &phraseResetTask_,
+                       &refreshTask_}) {
+        if (*task) {
+            c_.scheduler.cancel(**task);
+        }
+    }
+    wipe(phraseBuffer_);
+    wipePhrases();
+}
+
+void ExpansionService::wipePhrases() {
+    for (auto& entry : phraseCounts_) {
+        wipe(entry.phrase);
+    }
+    phraseCounts_.clear();
+}
+
+void ExpansionService::start(KeyboardWatcher& watcher) {
+    watcher_ = &watcher;
+    watcher.setHandler([this](const KeyboardEvent& event) { handle(event); });
+    refresh();
+    refreshTask_ = c_.scheduler.every(kRefreshPeriod, [this] { refresh(); });
+    phraseResetTask_ = c_.scheduler.every(kPhraseResetPeriod, [this] { wipePhrases(); });
+    isRunning_ = true;
+}
+
+void ExpansionService::refresh() {
+    std::vector<ExpansionSnippet> live;
+    for (auto& snippet : SnippetStore(c_.context).list(SnippetSortMode::lastEdited)) {
+        if (snippet.keyword.empty()) {
+            continue;
+        }
+        live.push_back({snippet.id.string(), std::move(snippet.keyword), std::move(snippet.content),
+                        std::string(rawValue(snippet.contentType))});
+    }
+    triggers_ = KeywordTable(std::move(live));
+
+    std::map<std::string, std::string, std::less<>> variables;
+    for (auto& [key, value] : ProfileStore(c_.context).profile().values) {
+        variables.emplace(key, std::move(value));
+    }
+    variables_ = std::move(variables);
+
+    // A prefix the configuration would refuse falls back to the default rather than turning
+    // every keystroke into a candidate.
+    const auto prefix = c_.settings.string("keywordPrefix", ";");
+    prefix_ = Graphemes::count(prefix) == 1 ? prefix : ";";
+    smartFieldDetection_ = c_.settings.boolean("smartFieldDetection", false);
+    keystrokeContext_ = makeContext();
+}
+
+ExpansionContext ExpansionService::makeContext() {
+    ExpansionContext context;
+    context.clipboard = [this]() -> std::optional<std::string> {
+        // In the middle of an expansion our own text is on the clipboard; the user's is saved.
+        if (savedClipboard_) {
+            return firstText(*savedClipboard_);
+        }
+        return firstText(c_.clipboard.snapshot());
+    };
+    context.variables = variables_;
+    context.resolveSnippet = [this](std::string_view keyword) -> std::optional<std::string> {
+        if (const auto* snippet = triggers_.find(keyword)) {
+            return snippet->body;
+        }
+        return std::nullopt;
+    };
+    context.nextCounter = [this] { return ++counter_; };
+    context.randomInt = [this](std::int64_t low, std::int64_t high) {
+        if (high < low) {
+            std::swap(low, high);
+        }
+        return std::uniform_int_distribution<std::int64_t>(low, high)(random_);
+    };
+    return context;
+}
+
+std::string ExpansionService::snippetIDFor(std::string_view keyword) const {
+    const auto* snippet = triggers_.find(keyword);
+    return snippet ? snippet->id : std::string();
+}
+
+void ExpansionService::handle(const KeyboardEvent& event) {
+    if (const auto* typed = std::get_if<keyboard::TextTyped>(&event)) {
+        onText(*typed);
+    } else if (const auto* backspace = std::get_if<keyboard::BackspacePressed>(&event)) {
+        onBackspace(*backspace);
+    } else if (const auto* key = std::get_if<keyboard::KeyPressed>(&event)) {
+        onOtherKey(*key);
+    } else if (std::holds_alternative<keyboard::MouseClicked>(event) ||
+               std::holds_alternative<keyboard::FocusChanged>(event)) {
+        // Not an abort: the fill-in form itself moves the focus, and the steps of a commit
+        // already under way go to whichever window has it.
+        if (!isFillInOpen_) {
+            forgetTyping();
+        }
+    }
+}
+
+void ExpansionService::onText(const keyboard::TextTyped& typed) {
+    if (isFillInOpen_) {
+        return;
+    }
+    if (pendingExpansion_) {
+        abort("keydown-during-verify");
+        return;
+    }
+    disarmUndo();
+    notePhraseText(typed.text);
+    if (paused_ || typed.text.empty()) {
+        return;
+    }
+    buffer_.appendKeyText(typed.text);
+    // The baseline is the buffer without this key rather than the buffer as it stood: once the
+    // buffer is full the oldest characters drop off, and the prefix relation must still hold.
+    const std::string_view text = buffer_.text();
+    const std::string_view baseline = text.substr(0, text.size() - typed.text.size());
+    keystrokeContext_.now = c_.clock();
+    auto decision =
+        TypedExpansion::decide(text, baseline, prefix_, true, lookup_, keystrokeContext_);
+    if (!std::holds_alternative<TypedExpansion::None>(decision)) {
+        takeDecision(std::move(decision));
+    }
+}
+
+void ExpansionService::onBackspace(const keyboard::BackspacePressed& pressed) {
+    if (isFillInOpen_) {
+        return;
+    }
+    if (pendingExpansion_) {
+        abort("keydown-during-verify");
+        return;
+    }
+    if (undoArmed_ && !pressed.modifiers.any()) {
+        undo();
+        return;
+    }
+    disarmUndo();
+    if (pressed.modifiers.control || pressed.modifiers.alt) {
+        // Deletes a word or more: the buffer can no longer say what stands before the caret.
+        buffer_.clear();
+        wipe(phraseBuffer_);
+        return;
+    }
+    buffer_.backspace();
+    if (!phraseBuffer_.empty()) {
+        phraseBuffer_.resize(Graphemes::offsetOfLast(phraseBuffer_, 1));
+    }
+}
+
+void ExpansionService::onOtherKey(const keyboard::KeyPressed& pressed) {
+    if (isFillInOpen_) {
+        return;
+    }
+    if (pendingExpansion_) {
+        abort("keydown-during-verify");
+        return;
+    }
+    disarmUndo();
+    const bool lineEnd = pressed.key == NamedKey::returnKey || pressed.key == NamedKey::keypadEnter;
+    if (lineEnd && !pressed.modifiers.any()) {
+        endPhrase();
+    } else {
+        wipe(phraseBuffer_);
+        phraseOverflow_ = false;
+    }
+    buffer_.clear();
+}
+
+void ExpansionService::forgetTyping() {
+    disarmUndo();
+    buffer_.clear();
+    wipe(phraseBuffer_);
+    phraseOverflow_ = false;
+}
+
+void ExpansionService::screenLocked() {
+    forgetTyping();
+}
+
+void ExpansionService::setPaused(bool paused) {
+    paused_ = paused;
+    if (paused) {
+        buffer_.clear();
+    }
+}
+
+std::optional<FocusedField> ExpansionService::readField() {
+    if (!smartFieldDetection_ || c_.fieldReader == nullptr) {
+        return std::nullopt;
+    }
+    return c_.fieldReader->focusedField();
+}
+
+void ExpansionService::takeDecision(TypedExpansion::Decision decision) {
+    const std::string* typedToken = nullptr;
+    if (const auto* commit = std::get_if<TypedExpansion::Commit>(&decision)) {
+        typedToken = &commit->typedToken;
+    } else if (const auto* request = std::get_if<TypedExpansion::FillInRequest>(&decision)) {
+        typedToken = &request->typedToken;
+    }
+    if (typedToken == nullptr || buffer_.isSuppressed(*typedToken)) {
+        return;
+    }
+    // A password prompt or screen locker holds the keyboard: what is typed is a secret, or
+    // goes nowhere visible.
+    if (c_.grabProbe.keyboardGrabbedByAnotherClient()) {
+        buffer_.clear();
+        return;
+    }
+    const auto field = readField();
+    if (field && field->isPassword) {
+        buffer_.clear();
+        return;
+    }
+    if (auto* commit = std::get_if<TypedExpansion::Commit>(&decision)) {
+        if (field && field->textBeforeCaret && !endsWith(*field->textBeforeCaret, *typedToken)) {
+            // Our buffer and the field disagree (typing in another way, an input method, an
+            // edit we did not see): deleting could eat text that is not the keyword.
+            buffer_.recordAbort("precaret-mismatch");
+            buffer_.clear();
+            return;
+        }
+        beginCommit(*commit, snippetIDFor(commit->keyword), std::chrono::milliseconds(0));
+    } else {
+        openFillIn(std::get<TypedExpansion::FillInRequest>(std::move(decision)));
+    }
+}
+
+void ExpansionService::openFillIn(TypedExpansion::FillInRequest request) {
+    const std::string snippetID = snippetIDFor(request.keyword);
+    FillInPresenter::Answers initial;
+    for (const auto& field : request.fields) {
+        if (field.defaultValue) {
+            initial[field.name] = *field.defaultValue;
+        }
+    }
+    // What the user answered last time is a better guess than the body's default.
+    if (const auto id = Uuid::parse(snippetID)) {
+        try {
+            if (const auto snippet = SnippetStore(c_.context).snippet(*id)) {
+                if (snippet->lastFillInValues) {
+                    for (const auto& [name, value] : *snippet->lastFillInValues) {
+                        initial[name] = value;
+                    }
+                }
+            }
+        } catch (const std::exception& error) {
+            logs::app.warning(std::string("Could not read the last fill-in values: ") +
+                              error.what());
+        }
+    }
+    isFillInOpen_ = true;
+    buffer_.clear();
+    const auto shown = request;
+    c_.fillIn.present(shown, initial,
+                      [this, request = std::move(request),
+                       snippetID](std::optional<FillInPresenter::Answers> answers) {
+                          fillInAnswered(request, snippetID, std::move(answers));
+                      });
+}
+
+void ExpansionService::fillInAnswered(const TypedExpansion::FillInRequest& request,
+                                      const std::string& snippetID,
+                                      std::optional<FillInPresenter::Answers> answers) {
+    isFillInOpen_ = false;
+    buffer_.clear();
+    if (!answers || paused_ || c_.grabProbe.keyboardGrabbedByAnotherClient()) {
+        return;
+    }
+    if (const auto id = Uuid::parse(snippetID)) {
+        try {
+            SnippetStore(c_.context)
+                .setLastFillInValues(
+                    *id, std::map<std::string, std::string>(answers->begin(), answers->end()));
+        } catch (const std::exception& error) {
+            logs::app.warning(std::string("Could not keep the fill-in values: ") + error.what());
+        }
+    }
+    auto context = makeContext();
+    context.now = c_.clock();
+    context.fillInValues = std::move(*answers);
+    // Without the field reader we trust that the form handed the focus back to the caret it
+    // took it from, with the keyword still in front of it.
+    std::optional<std::string> preCaret = request.typedToken;
+    if (const auto field = readField()) {
+        if (field->isPassword) {
+            return;
+        }
+        preCaret = field->textBeforeCaret;
+    }
+    auto commit = TypedExpansion::commitFillIn(request, preCaret, context);
+    if (preCaret) {
+        wipe(*preCaret);
+    }
+    if (commit.text.empty()) {
+        return;
+    }
+    // The form has just closed: give the focus time to return to the target window.
+    beginCommit(commit, snippetID, kSettleDelay);
+}
+
+void ExpansionService::beginCommit(const TypedExpansion::Commit& commit, std::string snippetID,
+                                   std::chrono::milliseconds leadIn) {
+    Run run;
+    run.purpose = Run::Purpose::expansion;
+    run.snippetID = std::move(snippetID);
+    run.keystrokesSaved = commit.keystrokesSaved;
+    const auto window = c_.windows.activeWindow();
+    run.expansion = {commit.text, commit.deleteCount > 0 ? commit.typedToken : std::string(),
+                     commit.cursorBack, window ? window->pid : std::nullopt};
+    std::optional<KeyChord> chord = KeyChord{{false, true, false, false}, 0x76};
+    if (c_.pasteChord) {
+        chord =
+            c_.pasteChord(window ? std::string_view(window->bundleIdentifier) : std::string_view());
+    }
+
+    auto pause = leadIn;
+    for (const auto& step : commit.steps) {
+        if (const auto* del = std::get_if<injection::DeleteBackward>(&step)) {
+            run.actions.push_back(
+                {Action::Kind::inject, pause, keyinjection::Backspaces{del->count}});
+            pause = {};
+        } else if (std::holds_alternative<injection::Settle>(step)) {
+            pause += kSettleDelay;
+        } else if (const auto* paste = std::get_if<injection::Paste>(&step)) {
+            if (chord) {
+                run.pasteText = paste->text;
+                run.actions.push_back({Action::Kind::writeClipboard, pause, {}});
+                run.actions.push_back(
+                    {Action::Kind::inject, kPasteChordDelay, keyinjection::PressChord{*chord}});
+            } else {
+                run.actions.push_back(
+                    {Action::Kind::inject, pause, keyinjection::TypeText{paste->text}});
+            }
+            pause = {};
+        } else if (const auto* back = std::get_if<injection::MoveCaretBack>(&step)) {
+            run.actions.push_back(
+                {Action::Kind::inject, pause + kCaretDelay, keyinjection::CaretLeft{back->count}});
+            pause = {};
+        } else if (const auto* forward = std::get_if<injection::MoveCaretForward>(&step)) {
+            run.actions.push_back({Action::Kind::inject, pause + kCaretDelay,
+                                   keyinjection::CaretRight{forward->count}});
+            pause = {};
+        }
+    }
+    run.actions.push_back({Action::Kind::finish, pause, {}});
+    buffer_.clear();
+    wipe(phraseBuffer_);
+    startRun(std::move(run));
+}
+
+void ExpansionService::startRun(Run run) {
+    run_ = std::move(run);
+    pendingExpansion_ = true;
+    waitForModifiers();
+}
+
+void ExpansionService::waitForModifiers() {
+    // A modifier still held would turn a BackSpace or the paste into another shortcut.
+    if (!c_.injector.heldModifiers().any()) {
+        isSynthesizing_ = true;
+        runNext();
+        return;
+    }
+    if (run_->waitedForModifiers >= kModifierPatience) {
+        abort("modifiers-held");
+        return;
+    }
+    run_->waitedForModifiers += kModifierPoll;
+    runTask_ = c_.scheduler.after(kModifierPoll, [this] {
+        runTask_.reset();
+        waitForModifiers();
+    });
+}
+
+void ExpansionService::runNext() {
+    while (run_ && !run_->actions.empty()) {
+        auto& next = run_->actions.front();
+        if (next.delay.count() > 0) {
+            const auto delay = std::exchange(next.delay, std::chrono::milliseconds(0));
+            runTask_ = c_.scheduler.after(delay, [this] {
+                runTask_.reset();
+                runNext();
+            });
+            return;
+        }
+        const Action action = std::move(next);
+        run_->actions.pop_front();
+        perform(action);
+    }
+}
+
+void ExpansionService::perform(const Action& action) {
+    switch (action.kind) {
+    case Action::Kind::writeClipboard:
+        saveClipboardAndWrite(run_->pasteText);
+        return;
+    case Action::Kind::finish:
+        finishRun();
+        return;
+    case Action::Kind::inject:
+        break;
+    }
+    const auto outcome = c_.injector.inject(action.step);
+    if (const auto* failed = std::get_if<InjectionFailed>(&outcome)) {
+        logs::app.warning("An expansion's key presses failed: " + failed->message);
+        abort("injection-failed");
+        return;
+    }
+    if (std::holds_alternative<keyinjection::PressChord>(action.step) && savedClipboard_) {
+        pastePressed_ = true;
+        scheduleRestore(kRestoreTimeout);
+    }
+}
+
+void ExpansionService::finishRun() {
+    Run done = std::move(*run_);
+    run_.reset();
+    pendingExpansion_ = false;
+    isSynthesizing_ = false;
+
+    if (done.purpose == Run::Purpose::undo) {
+        lastExpansion_.reset();
+        buffer_.clear();
+        if (!done.expansion.keyword.empty()) {
+            buffer_.appendKeyText(done.expansion.keyword);
+            buffer_.suppress(done.expansion.keyword);
+        }
+        return;
+    }
+
+    lastExpansion_ = std::move(done.expansion);
+    armUndo();
+    ++stats_.expansions;
+    stats_.keystrokesSaved += done.keystrokesSaved;
+    if (c_.statsChanged) {
+        c_.statsChanged(stats_);
+    }
+    if (const auto id = Uuid::parse(done.snippetID)) {
+        try {
+            SnippetStore(c_.context).recordUse(*id, c_.clock());
+        } catch (const std::exception& error) {
+            logs::app.warning(std::string("Could not record a snippet's use: ") + error.what());
+        }
+    }
+}
+
+void ExpansionService::abort(std::string_view reason) {
+    buffer_.recordAbort(reason);
+    if (runTask_) {
+        c_.scheduler.cancel(*runTask_);
+        runTask_.reset();
+    }
+    run_.reset();
+    pendingExpansion_ = false;
+    isSynthesizing_ = false;
+    // Our text went onto the clipboard but was never pasted: nothing will pull it, so the
+    // user's clipboard goes back at once.
+    if (savedClipboard_ && !pastePressed_) {
+        restoreClipboard();
+    }
+    buffer_.clear();
+}
+
+void ExpansionService::armUndo() {
+    disarmUndo();
+    undoArmed_ = true;
+    undoTeardownTask_ = c_.scheduler.after(kUndoWindow, [this] {
+        undoTeardownTask_.reset();
+        undoArmed_ = false;
+    });
+}
+
+void ExpansionService::disarmUndo() {
+    undoArmed_ = false;
+    if (undoTeardownTask_) {
+        c_.scheduler.cancel(*undoTeardownTask_);
+        undoTeardownTask_.reset();
+    }
+}
+
+void ExpansionService::undo() {
+    disarmUndo();
+    if (!lastExpansion_) {
+        return;
+    }
+    const auto inserted = Graphemes::count(lastExpansion_->inserted);
+    const auto before = inserted - lastExpansion_->cursorBack;
+    if (before <= 0) {
+        // The caret stood at the start of the inserted text, so the user's BackSpace took a
+        // character of theirs: there is nothing we could put back faithfully.
+        lastExpansion_.reset();
+        buffer_.clear();
+        return;
+    }
+    Run run;
+    run.purpose = Run::Purpose::undo;
+    run.expansion = *lastExpansion_;
+    std::chrono::milliseconds pause{0};
+    // The user's own BackSpace already took the character in front of the caret.
+    if (lastExpansion_->cursorBack > 0) {
+        run.actions.push_back(
+            {Action::Kind::inject, {}, keyinjection::CaretRight{lastExpansion_->cursorBack}});
+        pause = kCaretDelay;
+    }
+    if (inserted > 1) {
+        run.actions.push_back(
+            {Action::Kind::inject, pause, keyinjection::Backspaces{inserted - 1}});
+        pause = {};
+    }
+    if (!lastExpansion_->keyword.empty()) {
+        // Typed, not pasted: the keyword is short and the clipboard stays out of it.
+        run.actions.push_back({Action::Kind::inject, pause + kSettleDelay,
+                               keyinjection::TypeText{lastExpansion_->keyword}});
+        pause = {};
+    }
+    run.actions.push_back({Action::Kind::finish, pause, {}});
+    buffer_.clear();
+    startRun(std::move(run));
+}
+
+void ExpansionService::saveClipboardAndWrite(const std::string& text) {
+    // A restore still pending from the expansion before means the clipboard holds our text,
+    // and the user's is the one already saved.
+    if (!savedClipboard_) {
+        savedClipboard_ = c_.clipboard.snapshot();
+    }
+    if (clipboardRestoreTask_) {
+        c_.scheduler.cancel(*clipboardRestoreTask_);
+        clipboardRestoreTask_.reset();
+    }
+    PasteboardSnapshot ours;
+    ours.items.push_back({{payload(kTextType, text)}});
+    c_.clipboard.write(concealed(std::move(ours)));
+    ourWriteChangeCount_ = c_.clipboard.changeCount();
+    pastePressed_ = false;
+}
+
+void ExpansionService::pastePulled() {
+    if (savedClipboard_ && pastePressed_) {
+        scheduleRestore(kRestoreAfterPull);
+    }
+}
+
+void ExpansionService::scheduleRestore(std::chrono::milliseconds delay) {
+    if (clipboardRestoreTask_) {
+        c_.scheduler.cancel(*clipboardRestoreTask_);
+    }
+    clipboardRestoreTask_ = c_.scheduler.after(delay, [this] {
+        clipboardRestoreTask_.reset();
+        restoreClipboard();
+    });
+}
+
+void ExpansionService::restoreClipboard() {
+    if (clipboardRestoreTask_) {
+        c_.scheduler.cancel(*clipboardRestoreTask_);
+        clipboardRestoreTask_.reset();
+    }
+    if (!savedClipboard_) {
+        return;
+    }
+    PasteboardSnapshot saved = std::move(*savedClipboard_);
+    savedClipboard_.reset();
+    pastePressed_ = false;
+    // Someone copied after our write: their copy is what the user wants on the clipboard now.
+    if (c_.clipboard.changeCount() != ourWriteChangeCount_) {
+        return;
+    }
+    if (saved.items.empty()) {
+        c_.clipboard.write(saved);
+        return;
+    }
+    c_.clipboard.write(concealed(std::move(saved)));
+}
+
+void ExpansionService::notePhraseText(std::string_view text) {
+    if (phraseOverflow_) {
+        return;
+    }
+    if (phraseBuffer_.size() + text.size() > kPhraseMaxBytes) {
+        // Too long to be a phrase anyone would keep as a snippet; wait for the next line.
+        wipe(phraseBuffer_);
+        phraseOverflow_ = true;
+        return;
+    }
+    phraseBuffer_.append(text);
+}
+
+void ExpansionService::endPhrase() {
+    const bool overflowed = std::exchange(phraseOverflow_, false);
+    const std::string_view phrase = trimmed(phraseBuffer_);
+    if (overflowed || paused_ || phrase.size() < kPhraseMinBytes ||
+        wordCount(phrase) < kPhraseMinWords) {
+        wipe(phraseBuffer_);
+        return;
+    }
+    // Never count what went into a password prompt or a password field.
+    bool secret = c_.grabProbe.keyboardGrabbedByAnotherClient();
+    if (!secret) {
+        const auto field = readField();
+        secret = field && field->isPassword;
+    }
+    if (!secret) {
+        auto it = std::find_if(phraseCounts_.begin(), phraseCounts_.end(),
+                               [&](const PhraseCount& entry) { return entry.phrase == phrase; });
+        if (it == phraseCounts_.end()) {
+            if (phraseCounts_.size() >= kPhraseMemory) {
+                wipe(phraseCounts_.front().phrase);
+                phraseCounts_.pop_front();
+            }
+            phraseCounts_.push_back({std::string(phrase), 0});
+            it = std::prev(phraseCounts_.end());
+        }
+        if (++it->count == kPhraseThreshold) {
+            c_.notifier.suggestSnippet(kSuggestionMessage, phrase);
+        }
+    }
+    wipe(phraseBuffer_);
+}
+
+} // namespace marlune

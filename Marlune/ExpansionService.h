@@ -1,0 +1,241 @@
+#pragma once
+
+#include "ClipboardKit/PasteboardSnapshot.h"
+#include "ExpansionEngine/ExpansionContext.h"
+#include "ExpansionEngine/KeywordTable.h"
+#include "ExpansionEngine/TypedBuffer.h"
+#include "ExpansionEngine/TypedExpansion.h"
+#include "Marlune/ActiveWindowInfo.h"
+#include "Marlune/ClipboardAccess.h"
+#include "Marlune/FieldReader.h"
+#include "Marlune/FillInPresenter.h"
+#include "Marlune/KeyInjector.h"
+#include "Marlune/KeyboardGrabProbe.h"
+#include "Marlune/KeyboardWatcher.h"
+#include "Marlune/Notifier.h"
+#include "Marlune/Scheduler.h"
+#include "MarluneCore/Date.h"
+#include "MarluneCore/ModelContext.h"
+#include "MarluneCore/Settings.h"
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace marlune {
+
+// What the service keeps of the expansion it carried out last, so that a BackSpace right after
+// it can put back what the user typed.
+struct LastExpansion {
+    std::string inserted;
+    // The keyword as the user typed it, prefix included; empty when the expansion deleted
+    // nothing (a fill-in commit whose keyword no longer stood in front of the caret).
+    std::string keyword;
+    std::int64_t cursorBack = 0;
+    std::optional<std::int64_t> pid;
+
+    friend bool operator==(const LastExpansion&, const LastExpansion&) = default;
+};
+
+// Counters behind "stats.show". The service owns them; whoever persists them installs
+// `ExpansionService::Collaborators::statsChanged` and seeds them with `setStats`.
+struct ExpansionStats {
+    std::int64_t expansions = 0;
+    std::int64_t keystrokesSaved = 0;
+
+    friend bool operator==(const ExpansionStats&, const ExpansionStats&) = default;
+};
+
+// How the text reaches a window: the chord that pastes there, or nothing when the window only
+// takes typed keys.
+using PasteChordChooser = std::function<std::optional<KeyChord>(std::string_view windowClass)>;
+
+// Expansion of keywords typed anywhere in the session. It keeps the typed buffer, asks the
+// matcher for a decision on every real key, opens the fill-in form when the snippet asks for
+// answers, and carries the plan out in the focused window: BackSpaces over the keyword, the
+// text pasted through the clipboard (whose previous contents are put back afterwards) or typed,
+// and the caret walked back to the body's cursor mark. Main thread only.
+class ExpansionService {
+public:
+    struct Collaborators {
+        ModelContext& context;
+        Settings& settings;
+        KeyInjector& injector;
+        ClipboardAccess& clipboard;
+        ActiveWindowInfo& windows;
+        KeyboardGrabProbe& grabProbe;
+        Scheduler& scheduler;
+        FillInPresenter& fillIn;
+        Notifier& notifier;
+        std::function<Date()> clock;
+        // Empty means Ctrl+V everywhere.
+        PasteChordChooser pasteChord;
+        // Consulted only while `smartFieldDetection` is on; may be null.
+        FieldReader* fieldReader = nullptr;
+        std::function<void(const ExpansionStats&)> statsChanged;
+    };
+
+    // The pauses between the steps of a commit.
+    static constexpr std::chrono::milliseconds kSettleDelay{100};
+    static constexpr std::chrono::milliseconds kPasteChordDelay{25};
+    static constexpr std::chrono::milliseconds kCaretDelay{35};
+    // How often a commit looks again whether the user has let go of the modifiers, and for how
+    // long before it gives up.
+    static constexpr std::chrono::milliseconds kModifierPoll{25};
+    static constexpr std::chrono::milliseconds kModifierPatience{2000};
+    // The user's clipboard goes back this long after the target has read our text, or after
+    // the timeout when the target never says it read it.
+    static constexpr std::chrono::milliseconds kRestoreAfterPull{100};
+    static constexpr std::chrono::milliseconds kRestoreTimeout{1000};
+    // A BackSpace within this time after an expansion, with no other key between, undoes it.
+    static constexpr std::chrono::milliseconds kUndoWindow{3000};
+    static constexpr std::chrono::minutes kRefreshPeriod{5};
+    // Repeated-phrase counting: a phrase (the typing between two line ends) of at least this
+    // many words and characters, typed this many times within the reset period, is offered.
+    static constexpr int kPhraseMinWords = 3;
+    static constexpr std::size_t kPhraseMinBytes = 12;
+    static constexpr std::size_t kPhraseMaxBytes = 200;
+    static constexpr std::int64_t kPhraseThreshold = 3;
+    static constexpr std::size_t kPhraseMemory = 100;
+    static constexpr std::chrono::minutes kPhraseResetPeriod{60};
+
+    static constexpr std::string_view kSuggestionMessage =
+        "You've typed this a few times — make it a snippet?";
+
+    explicit ExpansionService(Collaborators collaborators);
+    ExpansionService(const ExpansionService&) = delete;
+    ExpansionService& operator=(const ExpansionService&) = delete;
+    ~ExpansionService();
+
+    // Loads the keyword table and settings, subscribes to `watcher` and starts the timers.
+    void start(KeyboardWatcher& watcher);
+    // Rebuilds the keyword table from the live snippets and rereads the settings; call it
+    // whenever the library or the settings change.
+    void refresh();
+
+    void handle(const KeyboardEvent& event);
+    // The screen was locked: what was typed before no longer stands in front of any caret.
+    void screenLocked();
+    // The paste target read the clipboard while our text was on it.
+    void pastePulled();
+    void setPaused(bool paused);
+
+    bool isPaused() const { return paused_; }
+    bool isSynthesizing() const { return isSynthesizing_; }
+    bool pendingExpansion() const { return pendingExpansion_; }
+    bool isFillInOpen() const { return isFillInOpen_; }
+    const std::optional<LastExpansion>& lastExpansion() const { return lastExpansion_; }
+    const std::optional<std::string>& suppressedToken() const { return buffer_.suppressedToken(); }
+    const std::optional<std::string>& lastAbortReason() const { return buffer_.lastAbortReason(); }
+    const std::map<std::string, std::int64_t, std::less<>>& abortCounts() const {
+        return buffer_.abortCounts();
+    }
+    const std::string& bufferText() const { return buffer_.text(); }
+    std::size_t triggerCount() const { return triggers_.size(); }
+    const ExpansionStats& stats() const { return stats_; }
+    void setStats(ExpansionStats stats) { stats_ = stats; }
+
+private:
+    // One thing a commit does, after waiting `delay` from the step before it.
+    struct Action {
+        enum class Kind { inject, writeClipboard, finish };
+        Kind kind = Kind::inject;
+        std::chrono::milliseconds delay{0};
+        KeyInjection step;
+    };
+    struct Run {
+        enum class Purpose { expansion, undo };
+        Purpose purpose = Purpose::expansion;
+        std::deque<Action> actions;
+        std::string snippetID;
+        LastExpansion expansion;
+        std::int64_t keystrokesSaved = 0;
+        std::string pasteText;
+        std::chrono::milliseconds waitedForModifiers{0};
+    };
+
+    void onText(const keyboard::TextTyped& typed);
+    void onBackspace(const keyboard::BackspacePressed& pressed);
+    void onOtherKey(const keyboard::KeyPressed& pressed);
+    void forgetTyping();
+
+    bool expansionBlocked();
+    std::optional<FocusedField> readField();
+    void takeDecision(TypedExpansion::Decision decision);
+    void openFillIn(TypedExpansion::FillInRequest request);
+    void fillInAnswered(const TypedExpansion::FillInRequest& request, const std::string& snippetID,
+                        std::optional<FillInPresenter::Answers> answers);
+    void beginCommit(const TypedExpansion::Commit& commit, std::string snippetID,
+                     std::chrono::milliseconds leadIn);
+    void startRun(Run run);
+    void waitForModifiers();
+    void runNext();
+    void perform(const Action& action);
+    void finishRun();
+    void abort(std::string_view reason);
+    void undo();
+    void armUndo();
+    void disarmUndo();
+
+    void saveClipboardAndWrite(const std::string& text);
+    void scheduleRestore(std::chrono::milliseconds delay);
+    void restoreClipboard();
+
+    void notePhraseText(std::string_view text);
+    void endPhrase();
+    void wipePhrases();
+
+    ExpansionContext makeContext();
+    std::string snippetIDFor(std::string_view keyword) const;
+
+    Collaborators c_;
+    KeyboardWatcher* watcher_ = nullptr;
+    TypedBuffer buffer_;
+    KeywordTable triggers_;
+    SnippetLookup lookup_;
+    std::map<std::string, std::string, std::less<>> variables_;
+    std::string prefix_ = ";";
+    bool smartFieldDetection_ = false;
+    bool paused_ = false;
+    bool isRunning_ = false;
+    // Built once, so that a keystroke that matches nothing allocates nothing.
+    ExpansionContext keystrokeContext_;
+
+    bool isSynthesizing_ = false;
+    bool pendingExpansion_ = false;
+    bool isFillInOpen_ = false;
+    std::optional<Run> run_;
+    std::optional<Scheduler::TaskID> runTask_;
+    std::optional<LastExpansion> lastExpansion_;
+    bool undoArmed_ = false;
+    std::optional<Scheduler::TaskID> undoTeardownTask_;
+
+    std::optional<PasteboardSnapshot> savedClipboard_;
+    std::int64_t ourWriteChangeCount_ = -1;
+    bool pastePressed_ = false;
+    std::optional<Scheduler::TaskID> clipboardRestoreTask_;
+
+    std::string phraseBuffer_;
+    bool phraseOverflow_ = false;
+    // Phrases seen lately with their counts, oldest first; a short list, searched at line ends.
+    struct PhraseCount {
+        std::string phrase;
+        std::int64_t count = 0;
+    };
+    std::deque<PhraseCount> phraseCounts_;
+    std::optional<Scheduler::TaskID> phraseResetTask_;
+    std::optional<Scheduler::TaskID> refreshTask_;
+
+    ExpansionStats stats_;
+    std::int64_t counter_ = 0;
+    std::mt19937_64 random_{std::random_device{}()};
+};
+
+} // namespace marlune

@@ -1,0 +1,558 @@
+#include "Marlune/ExpansionService.h"
+#include "MarluneCore/Settings.h"
+#include "MarluneCore/SnippetStore.h"
+#include "Platform/PasteShortcut.h"
+#include "support/FakeActiveWindow.h"
+#include "support/FakeClipboard.h"
+#include "support/FakeFieldReader.h"
+#include "support/FakeFillInPresenter.h"
+#include "support/FakeKeyInjector.h"
+#include "support/FakeKeyboardWatcher.h"
+#include "support/FakeNotifier.h"
+#include "support/LibraryFixture.h"
+#include "support/ManualScheduler.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace marlune::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr KeyChord kCtrlV{{false, true, false, false}, 0x76};
+constexpr KeyChord kCtrlShiftV{{true, true, false, false}, 0x76};
+constexpr KeyChord kCtrlAltV{{false, true, true, false}, 0x76};
+
+// Steps with the scheduler time at which they were posted.
+struct TimedStep {
+    std::int64_t at = 0;
+    KeyInjection step;
+    friend bool operator==(const TimedStep&, const TimedStep&) = default;
+};
+
+class TimedInjector : public FakeKeyInjector {
+public:
+    explicit TimedInjector(ManualScheduler& clock) : scheduler(clock) {}
+    InjectionOutcome inject(const KeyInjection& step) override {
+        auto outcome = FakeKeyInjector::inject(step);
+        if (std::holds_alternative<InjectionDone>(outcome)) {
+            timed.push_back({scheduler.now.count(), step});
+        }
+        return outcome;
+    }
+    ManualScheduler& scheduler;
+    std::vector<TimedStep> timed;
+};
+
+PasteboardSnapshot::Payload bytes(std::string type, std::vector<std::uint8_t> data) {
+    return {std::move(type), std::move(data)};
+}
+
+PasteboardSnapshot snapshotOf(std::vector<PasteboardSnapshot::Item> items) {
+    PasteboardSnapshot snapshot;
+    snapshot.items = std::move(items);
+    for (const auto& item : snapshot.items) {
+        for (const auto& p : item.payloads) {
+            snapshot.totalBytes += static_cast<std::int64_t>(p.data.size());
+        }
+    }
+    return snapshot;
+}
+
+bool hasPayload(const PasteboardSnapshot& snapshot, std::string_view type, std::string_view data) {
+    for (const auto& item : snapshot.items) {
+        for (const auto& p : item.payloads) {
+            if (p.type == type && std::string(p.data.begin(), p.data.end()) == data) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+// The snapshot with our two markers taken out again.
+PasteboardSnapshot withoutMarkers(PasteboardSnapshot snapshot) {
+    for (auto& item : snapshot.items) {
+        std::erase_if(item.payloads, [](const auto& p) {
+            return p.type == "x-kde-passwordManagerHint" ||
+                   p.type == "org.nspasteboard.ConcealedType";
+        });
+    }
+    snapshot.totalBytes = 0;
+    for (const auto& item : snapshot.items) {
+        for (const auto& p : item.payloads) {
+            snapshot.totalBytes += static_cast<std::int64_t>(p.data.size());
+        }
+    }
+    return snapshot;
+}
+
+keyboard::KeyPressed pressed(NamedKey key) {
+    keyboard::KeyPressed event;
+    event.key = key;
+    return event;
+}
+
+std::optional<KeyChord> platformChord(std::string_view windowClass) {
+    const auto method = PasteShortcut::forWindowClass(windowClass, {});
+    if (const auto* chord = std::get_if<PasteByChord>(&method)) {
+        return chord->chord;
+    }
+    return std::nullopt;
+}
+
+class ExpansionServiceTest : public ::testing::Test {
+protected:
+    ExpansionServiceTest() {
+        settings = std::make_unique<Settings>(
+            Settings::load(library.dir.path() / "settings.json", testNow()));
+        windows.window = ActiveWindow{"firefox", "Mail", 4242};
+        addSnippet("sig", "Kind regards");
+    }
+
+    void addSnippet(std::string keyword, std::string body) {
+        auto snippet = Snippet::make(testNow());
+        snippet.title = keyword;
+        snippet.keyword = std::move(keyword);
+        snippet.content = std::move(body);
+        snippets.push_back(SnippetStore(library.context()).create(snippet, testNow()));
+    }
+
+    ExpansionService& service() {
+        if (!service_) {
+            service_ = std::make_unique<ExpansionService>(ExpansionService::Collaborators{
+                library.context(), *settings, injector, clipboard, windows, grab, scheduler, fillIn,
+                notifier, [] { return testNow(); }, platformChord, &fieldReader,
+                [this](const ExpansionStats& s) { statsSeen.push_back(s); }});
+            service_->start(watcher);
+            clipboard.pullHandler = [this] { service_->pastePulled(); };
+        }
+        return *service_;
+    }
+
+    void type(std::string_view text) {
+        service();
+        watcher.type(text);
+    }
+
+    std::vector<KeyInjection> steps() const { return injector.steps; }
+
+    Library library;
+    std::unique_ptr<Settings> settings;
+    ManualScheduler scheduler;
+    TimedInjector injector{scheduler};
+    FakeClipboard clipboard;
+    FakeActiveWindow windows;
+    FakeKeyboardGrabProbe grab;
+    FakeFillInPresenter fillIn;
+    FakeNotifier notifier;
+    FakeFieldReader fieldReader;
+    FakeKeyboardWatcher watcher;
+    std::vector<Snippet> snippets;
+    std::vector<ExpansionStats> statsSeen;
+    std::unique_ptr<ExpansionService> service_;
+};
+
+TEST_F(ExpansionServiceTest, KeywordExpandsWithTheStepsAtTheirDelays) {
+    clipboard.setText("user text");
+    type(";sig");
+    ASSERT_TRUE(service().pendingExpansion());
+    scheduler.advance(1000);
+
+    const std::vector<TimedStep> expected{
+        {0, keyinjection::Backspaces{4}},
+        {125, keyinjection::PressChord{kCtrlV}},
+    };
+    EXPECT_EQ(injector.timed, expected);
+    ASSERT_EQ(clipboard.writes.size(), 1U);
+    EXPECT_TRUE(hasPayload(clipboard.writes[0], "text/plain;charset=utf-8", "Kind regards"));
+    EXPECT_FALSE(service().pendingExpansion());
+    EXPECT_FALSE(service().isSynthesizing());
+    EXPECT_EQ(service().lastExpansion(), (LastExpansion{"Kind regards", ";sig", 0, 4242}));
+    EXPECT_TRUE(service().bufferText().empty());
+}
+
+TEST_F(ExpansionServiceTest, CaretWalksBackToTheCursorMarkAfterThePaste) {
+    addSnippet("addr", "Dear {@cursor@},");
+    type(";addr");
+    scheduler.advance(1000);
+    const std::vector<TimedStep> expected{
+        {0, keyinjection::Backspaces{5}},
+        {125, keyinjection::PressChord{kCtrlV}},
+        {160, keyinjection::CaretLeft{1}},
+    };
+    EXPECT_EQ(injector.timed, expected);
+}
+
+TEST_F(ExpansionServiceTest, OurClipboardWritesCarryBothConcealedMarkers) {
+    clipboard.setText("user text");
+    type(";sig");
+    clipboard.writes.clear();
+    scheduler.advance(125);
+    clipboard.simulatePull();
+    scheduler.advance(1000);
+    ASSERT_EQ(clipboard.writes.size(), 2U); // the paste, then the restore
+    for (const auto& write : clipboard.writes) {
+        EXPECT_TRUE(hasPayload(write, "x-kde-passwordManagerHint", "secret"));
+        EXPECT_TRUE(hasPayload(write, "org.nspasteboard.ConcealedType", ""));
+    }
+}
+
+struct RestoreCase {
+    const char* name;
+    PasteboardSnapshot user;
+    bool pulled;
+    std::int64_t restoredAt;
+};
+
+TEST_F(ExpansionServiceTest, UserClipboardComesBackByteExactAfterThePullOrTheTimeout) {
+    const std::vector<std::uint8_t> png{0x89, 'P', 'N', 'G', 0x0d, 0x0a, 0x1a, 0x0a, 0x00, 0xff};
+    const std::vector<RestoreCase> cases{
+        {"text pulled", snapshotOf({{{bytes("text/plain;charset=utf-8", {'h', 'i'})}}}), true, 225},
+        {"image and html, never pulled",
+         snapshotOf({{{bytes("image/png", png), bytes("text/html", {'<', 'b', '>'})}},
+                     {{bytes("text/uri-list", {'f', ':', '/'})}}}),
+         false, 1125},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        service_.reset();
+        scheduler = ManualScheduler();
+        clipboard = FakeClipboard();
+        clipboard.setContents(c.user);
+        type(";sig");
+        scheduler.advance(125);
+        ASSERT_NE(clipboard.contents, c.user);
+        if (c.pulled) {
+            clipboard.simulatePull();
+        }
+        scheduler.advance(c.restoredAt - 125 - 1);
+        EXPECT_NE(withoutMarkers(clipboard.contents), c.user) << "restored too early";
+        scheduler.advance(1);
+        EXPECT_EQ(withoutMarkers(clipboard.contents), c.user);
+    }
+}
+
+TEST_F(ExpansionServiceTest, CopyMadeAfterOurWriteIsNotOverwrittenByTheRestore) {
+    clipboard.setText("old");
+    type(";sig");
+    scheduler.advance(125);
+    clipboard.setText("copied meanwhile");
+    scheduler.advance(2000);
+    EXPECT_EQ(clipboard.text(), "copied meanwhile");
+}
+
+TEST_F(ExpansionServiceTest, SecondExpansionBeforeTheRestoreKeepsTheUsersClipboard) {
+    clipboard.setText("mine");
+    type(";sig");
+    scheduler.advance(200);
+    type(" ;sig");
+    scheduler.advance(3000);
+    EXPECT_EQ(clipboard.text(), "mine");
+}
+
+struct PasteCase {
+    const char* windowClass;
+    KeyInjection expected;
+};
+
+TEST_F(ExpansionServiceTest, PasteFollowsTheWindowClass) {
+    const std::vector<PasteCase> cases{
+        {"firefox", keyinjection::PressChord{kCtrlV}},
+        {"Gnome-terminal", keyinjection::PressChord{kCtrlShiftV}},
+        {"kitty", keyinjection::PressChord{kCtrlShiftV}},
+        {"URxvt", keyinjection::PressChord{kCtrlAltV}},
+        {"XTerm", keyinjection::TypeText{"Kind regards"}},
+    };
+    service();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.windowClass);
+        injector.steps.clear();
+        clipboard.writes.clear();
+        windows.window->bundleIdentifier = c.windowClass;
+        watcher.type(" ;sig");
+        scheduler.advance(2000);
+        ASSERT_EQ(injector.steps.size(), 2U);
+        EXPECT_EQ(injector.steps[1], c.expected);
+        // Typing leaves the clipboard alone.
+        EXPECT_EQ(clipboard.writes.empty(),
+                  std::holds_alternative<keyinjection::TypeText>(c.expected));
+    }
+}
+
+struct NoExpansionCase {
+    const char* name;
+    const char* typed;
+    bool grabbed;
+    bool paused;
+    bool smartDetection;
+    bool passwordField;
+};
+
+TEST_F(ExpansionServiceTest, NothingExpandsWhereItMustNot) {
+    const std::vector<NoExpansionCase> cases{
+        {"doubled prefix", ";;sig", false, false, false, false},
+        {"unknown keyword", ";sog", false, false, false, false},
+        {"keyboard grabbed", ";sig", true, false, false, false},
+        {"paused", ";sig", false, true, false, false},
+        {"password field", ";sig", false, false, true, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        service_.reset();
+        injector.steps.clear();
+        grab.grabbed = c.grabbed;
+        settings->setBoolean("smartFieldDetection", c.smartDetection);
+        fieldReader.field = FocusedField{c.passwordField, std::nullopt};
+        service().setPaused(c.paused);
+        watcher.type(c.typed);
+        scheduler.advance(2000);
+        EXPECT_TRUE(injector.steps.empty());
+        EXPECT_FALSE(service().pendingExpansion());
+    }
+}
+
+TEST_F(ExpansionServiceTest, PasswordFieldIsIgnoredWhenSmartDetectionIsOff) {
+    fieldReader.field = FocusedField{true, std::nullopt};
+    type(";sig");
+    EXPECT_EQ(fieldReader.queries, 0);
+    EXPECT_TRUE(service().pendingExpansion());
+}
+
+TEST_F(ExpansionServiceTest, KeywordAfterOtherTextAndAfterAFullBufferStillExpands) {
+    type(std::string(70, 'a') + "x;sig");
+    ASSERT_TRUE(service().pendingExpansion());
+    scheduler.advance(10);
+    EXPECT_EQ(injector.steps.front(), KeyInjection(keyinjection::Backspaces{4}));
+}
+
+TEST_F(ExpansionServiceTest, ClicksFocusChangesAndLocksForgetTheTyping) {
+    const std::vector<std::pair<const char*, std::function<void(ExpansionService&)>>> cases{
+        {"click", [this](ExpansionService&) { watcher.click(); }},
+        {"focus", [this](ExpansionService&) { watcher.push(keyboard::FocusChanged{}); }},
+        {"lock", [](ExpansionService& s) { s.screenLocked(); }},
+        {"arrow", [this](ExpansionService&) { watcher.push(pressed(NamedKey::left)); }},
+    };
+    for (const auto& [name, interrupt] : cases) {
+        SCOPED_TRACE(name);
+        type(" ;si");
+        interrupt(service());
+        watcher.type("g");
+        EXPECT_FALSE(service().pendingExpansion());
+    }
+    EXPECT_TRUE(injector.steps.empty());
+}
+
+TEST_F(ExpansionServiceTest, RealKeyDuringACommitAbortsIt) {
+    clipboard.setText("mine");
+    type(";sig");
+    scheduler.advance(50);
+    watcher.type("x");
+    EXPECT_FALSE(service().pendingExpansion());
+    EXPECT_EQ(service().lastAbortReason(), "keydown-during-verify");
+    EXPECT_EQ(service().abortCounts().at("keydown-during-verify"), 1);
+    scheduler.advance(2000);
+    EXPECT_EQ(injector.steps.size(), 1U) << "the paste must not follow";
+    EXPECT_EQ(clipboard.text(), "mine");
+    EXPECT_FALSE(service().lastExpansion());
+}
+
+TEST_F(ExpansionServiceTest, AbortBetweenClipboardWriteAndPasteRestoresAtOnce) {
+    clipboard.setText("mine");
+    type(";sig");
+    scheduler.advance(110);
+    watcher.backspace();
+    EXPECT_EQ(clipboard.text(), "mine");
+    EXPECT_EQ(service().abortCounts().at("keydown-during-verify"), 1);
+}
+
+TEST_F(ExpansionServiceTest, PrecaretMismatchAbandonsTheCommit) {
+    settings->setBoolean("smartFieldDetection", true);
+    fieldReader.field = FocusedField{false, std::string("hello ;sog")};
+    type(";sig");
+    EXPECT_FALSE(service().pendingExpansion());
+    EXPECT_EQ(service().lastAbortReason(), "precaret-mismatch");
+
+    fieldReader.field = FocusedField{false, std::string("hello ;sig")};
+    type(" ;sig");
+    EXPECT_TRUE(service().pendingExpansion());
+}
+
+TEST_F(ExpansionServiceTest, ModifiersStillHeldDelayTheCommitOrAbortIt) {
+    injector.held.shift = true;
+    injector.releaseAfterQueries = 3;
+    type(";sig");
+    EXPECT_TRUE(injector.steps.empty());
+    scheduler.advance(2000);
+    ASSERT_FALSE(injector.timed.empty());
+    EXPECT_EQ(injector.timed.front().at, 50);
+
+    injector.held.control = true;
+    injector.releaseAfterQueries = 0;
+    injector.timed.clear();
+    watcher.type(" ;sig");
+    scheduler.advance(5000);
+    EXPECT_TRUE(injector.timed.empty());
+    EXPECT_EQ(service().lastAbortReason(), "modifiers-held");
+}
+
+TEST_F(ExpansionServiceTest, BackspaceRightAfterPutsTheKeywordBackAndSuppressesIt) {
+    addSnippet("hi", "Hello {@cursor@}there");
+    type(";hi");
+    scheduler.advance(1000);
+    injector.timed.clear();
+    watcher.backspace();
+    scheduler.advance(1000);
+    const std::vector<TimedStep> expected{
+        {1000, keyinjection::CaretRight{5}},
+        {1035, keyinjection::Backspaces{10}},
+        {1135, keyinjection::TypeText{";hi"}},
+    };
+    EXPECT_EQ(injector.timed, expected);
+    EXPECT_EQ(service().suppressedToken(), ";hi");
+    EXPECT_FALSE(service().lastExpansion());
+
+    // Deleting and retyping the last letter must not expand what the user just undid...
+    watcher.backspace();
+    watcher.type("i");
+    EXPECT_FALSE(service().pendingExpansion());
+    // ...but a fresh word may.
+    watcher.type(" ;hi");
+    EXPECT_TRUE(service().pendingExpansion());
+}
+
+TEST_F(ExpansionServiceTest, BackspaceAfterOtherTypingOrTheUndoWindowIsAnOrdinaryBackspace) {
+    type(";sig");
+    scheduler.advance(500);
+    watcher.type("x");
+    watcher.backspace();
+    scheduler.advance(4000);
+    type(" ;sig");
+    scheduler.advance(500 + ExpansionService::kUndoWindow.count());
+    watcher.backspace();
+    scheduler.advance(1000);
+    EXPECT_EQ(injector.steps.size(), 4U) << "two expansions, no undo";
+}
+
+TEST_F(ExpansionServiceTest, ExpansionRecordsUseAndKeystrokesSaved) {
+    type(";sig");
+    scheduler.advance(1000);
+    const auto stored = SnippetStore(library.context()).snippet(snippets[0].id);
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->usageCount, 1);
+    EXPECT_EQ(stored->lastUsedAt, testNow());
+    const ExpansionStats expected{1, 12 - 4};
+    EXPECT_EQ(service().stats(), expected);
+    ASSERT_EQ(statsSeen.size(), 1U);
+    EXPECT_EQ(statsSeen[0], expected);
+}
+
+TEST_F(ExpansionServiceTest, LibraryChangesReachTheKeywordTableOnRefresh) {
+    service();
+    addSnippet("new", "fresh");
+    SnippetStore(library.context()).moveToTrash(snippets[0].id, testNow());
+    watcher.type(";new");
+    EXPECT_FALSE(service().pendingExpansion());
+    service().refresh();
+    watcher.type(" ;sig");
+    EXPECT_FALSE(service().pendingExpansion()) << "trashed snippets never expand";
+    watcher.type(" ;new");
+    EXPECT_TRUE(service().pendingExpansion());
+}
+
+TEST_F(ExpansionServiceTest, KeywordPrefixComesFromTheSettings) {
+    settings->setString("keywordPrefix", "!");
+    type(";sig");
+    EXPECT_FALSE(service().pendingExpansion());
+    watcher.type(" !sig");
+    EXPECT_TRUE(service().pendingExpansion());
+}
+
+TEST_F(ExpansionServiceTest, FillInFormAnswersAreCommittedAndRemembered) {
+    addSnippet("dear", "Dear {@text|name=Name|default=there@},");
+    type(";dear");
+    ASSERT_TRUE(fillIn.isOpen());
+    EXPECT_TRUE(service().isFillInOpen());
+    EXPECT_EQ(fillIn.shownValues.back().at("Name"), "there");
+    // Typing into the form must neither feed the buffer nor abort anything.
+    watcher.type("Ann");
+    watcher.push(keyboard::FocusChanged{});
+    fillIn.answer({{"Name", "Ann"}});
+    EXPECT_FALSE(service().isFillInOpen());
+    scheduler.advance(1000);
+    const std::vector<TimedStep> expected{
+        {100, keyinjection::Backspaces{5}},
+        {225, keyinjection::PressChord{kCtrlV}},
+    };
+    EXPECT_EQ(injector.timed, expected);
+    EXPECT_TRUE(hasPayload(clipboard.writes.at(0), "text/plain;charset=utf-8", "Dear Ann,"));
+
+    watcher.type(" ;dear");
+    ASSERT_TRUE(fillIn.isOpen());
+    EXPECT_EQ(fillIn.shownValues.back().at("Name"), "Ann");
+    fillIn.cancel();
+    scheduler.advance(1000);
+    EXPECT_EQ(injector.timed.size(), 2U) << "a cancelled form inserts nothing";
+}
+
+TEST_F(ExpansionServiceTest, FillInCommitKeepsTheKeywordWhenTheCaretMoved) {
+    settings->setBoolean("smartFieldDetection", true);
+    addSnippet("dear", "Dear {@text|name=Name@},");
+    type(";dear");
+    fieldReader.field = FocusedField{false, std::string("elsewhere")};
+    fillIn.answer({{"Name", "Bo"}});
+    scheduler.advance(1000);
+    ASSERT_FALSE(injector.steps.empty());
+    EXPECT_EQ(injector.steps.front(), KeyInjection(keyinjection::PressChord{kCtrlV}));
+    EXPECT_EQ(service().lastExpansion()->keyword, "");
+}
+
+TEST_F(ExpansionServiceTest, PhraseTypedRepeatedlyIsSuggestedOnce) {
+    const std::string phrase = "see you at the standup";
+    for (int i = 0; i < 4; ++i) {
+        type(phrase);
+        watcher.push(pressed(NamedKey::returnKey));
+        type("ok then");
+        watcher.push(pressed(NamedKey::returnKey));
+    }
+    ASSERT_EQ(notifier.suggestions.size(), 1U);
+    EXPECT_EQ(notifier.suggestions[0].first, "You've typed this a few times — make it a snippet?");
+    EXPECT_EQ(notifier.suggestions[0].second, phrase);
+}
+
+TEST_F(ExpansionServiceTest, PhrasesTypedIntoSecretsOrInterruptedAreNotCounted) {
+    const std::vector<std::pair<const char*, std::function<void()>>> cases{
+        {"grab", [this] { grab.grabbed = true; }},
+        {"password field",
+         [this] {
+             settings->setBoolean("smartFieldDetection", true);
+             service().refresh();
+             fieldReader.field = FocusedField{true, std::nullopt};
+         }},
+        {"click mid-phrase", [] {}},
+    };
+    for (const auto& [name, setUp] : cases) {
+        SCOPED_TRACE(name);
+        service_.reset();
+        grab.grabbed = false;
+        fieldReader.field.reset();
+        settings->setBoolean("smartFieldDetection", false);
+        service();
+        setUp();
+        for (int i = 0; i < 3; ++i) {
+            watcher.type("my very secret words");
+            if (std::string_view(name) == "click mid-phrase") {
+                watcher.click();
+                watcher.type(" and more");
+            }
+            watcher.push(pressed(NamedKey::returnKey));
+        }
+        EXPECT_TRUE(notifier.suggestions.empty());
+    }
+}
+
+} // namespace
+} // namespace marlune::test
