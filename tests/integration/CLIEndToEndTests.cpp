@@ -100,6 +100,74 @@ TEST_F(EndToEnd, SnippetLifecycleThroughTheTool) {
     EXPECT_EQ(json({"snippet", "list", "--trashed"})["items"].size(), 1U);
 }
 
+// Every command of the snippet, group, tag, profile and config nouns, in a realistic order,
+// each through the real tool; the JSON field checked is the one the command is about.
+TEST_F(EndToEnd, EveryCommandAnswersThroughTheTool) {
+    startApp();
+    struct Step {
+        std::vector<std::string> args;
+        std::string field;
+        nlohmann::json expected;
+    };
+    const std::vector<Step> steps = {
+        {{"ping"}, "protocolVersion", 1},
+        {{"group", "create", "Mail"}, "name", "Mail"},
+        {{"group", "create", "Archive", "--parent", "Mail"}, "parent", {{"name", "Mail"}}},
+        {{"group", "update", "Archive", "--name", "Old mail"}, "name", "Old mail"},
+        {{"tag", "create", "work"}, "name", "work"},
+        {{"tag", "update", "work", "--name", "office"}, "name", "office"},
+        {{"snippet", "create", "Address", "-k", "addr", "-c", "1 Harbour Lane", "-t", "office"},
+         "keyword", "addr"},
+        {{"snippet", "update", "addr", "--content", "2 Harbour Lane"}, "content", "2 Harbour Lane"},
+        {{"snippet", "favorite", "addr"}, "isFavorite", true},
+        {{"snippet", "favorite", "addr", "--off"}, "isFavorite", false},
+        {{"snippet", "move", "addr", "-g", "Mail"}, "group", {{"name", "Mail"}}},
+        {{"snippet", "duplicate", "addr"}, "title", "Address copy"},
+        {{"snippet", "search", "Harbour"}, "", nullptr},
+        {{"snippet", "get", "addr"}, "title", "Address"},
+        {{"snippet", "expand", "addr"}, "text", "2 Harbour Lane"},
+        {{"snippet", "list"}, "", nullptr},
+        {{"group", "list"}, "", nullptr},
+        {{"group", "get", "Mail"}, "snippetCount", 2},
+        {{"tag", "list"}, "", nullptr},
+        {{"tag", "get", "office"}, "snippetCount", 2},
+        {{"profile", "set", "city", "Lisbon"}, "value", "Lisbon"},
+        {{"profile", "list"}, "", nullptr},
+        {{"profile", "get", "city"}, "value", "Lisbon"},
+        {{"profile", "unset", "city"}, "deletedCount", 1},
+        {{"config", "list"}, "", nullptr},
+        {{"config", "set", "clipRetentionDays", "30"}, "value", 30},
+        {{"config", "get", "clipRetentionDays"}, "value", 30},
+        {{"config", "unset", "clipRetentionDays"}, "value", 0},
+        {{"snippet", "delete", "Address copy"}, "deletedCount", 1},
+        {{"tag", "delete", "office"}, "deletedCount", 1},
+        {{"group", "delete", "Old mail"}, "deletedCount", 1},
+    };
+    for (const auto& step : steps) {
+        auto args = step.args;
+        args.push_back("--json");
+        const auto result = tool(args);
+        const std::string what = step.args[0] + " " + (step.args.size() > 1 ? step.args[1] : "");
+        ASSERT_EQ(result.exitStatus, 0) << what << ": " << result.err;
+        const auto json = nlohmann::json::parse(result.out, nullptr, false);
+        ASSERT_FALSE(json.is_discarded()) << what << " printed no JSON: " << result.out;
+        if (step.field.empty()) {
+            continue;
+        }
+        ASSERT_TRUE(json.is_object() && json.contains(step.field)) << what << ": " << result.out;
+        if (step.expected.is_object()) {
+            for (const auto& [key, value] : step.expected.items()) {
+                EXPECT_EQ(json[step.field][key], value) << what;
+            }
+        } else {
+            EXPECT_EQ(json[step.field], step.expected) << what;
+        }
+    }
+    // The human-readable list is an aligned table naming the snippet.
+    const auto table = tool({"snippet", "list"});
+    EXPECT_NE(table.out.find("addr"), std::string::npos) << table.out;
+}
+
 struct ToolFailure {
     const char* name;
     std::vector<std::string> args;
@@ -226,6 +294,28 @@ TEST_F(EndToEnd, OtherProgramsAreRefusedUnlessTheRequirementIsOff) {
     const auto served = rawRequest(home, "ping");
     ASSERT_TRUE(served);
     EXPECT_TRUE(served->ok);
+    // A malformed frame is answered and the next client is served.
+    {
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, (home / "marlune.sock").c_str(),
+                     sizeof address.sun_path - 1);
+        ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ::send(fd, "\0\0\0", 3, MSG_NOSIGNAL);
+        ::shutdown(fd, SHUT_WR);
+        std::string answer;
+        char buffer[4096];
+        for (ssize_t n; (n = ::recv(fd, buffer, sizeof buffer, 0)) > 0;) {
+            answer.append(buffer, static_cast<std::size_t>(n));
+        }
+        ::close(fd);
+        ASSERT_GT(answer.size(), 4U);
+        const auto malformed = CLIResponse::decode(std::string_view(answer).substr(4));
+        ASSERT_TRUE(malformed && malformed->error);
+        EXPECT_EQ(malformed->error->message, "Malformed request.");
+    }
+    EXPECT_TRUE(rawRequest(home, "ping")->ok);
     const auto wrongCase = rawRequest(home, "Ping");
     ASSERT_TRUE(wrongCase && wrongCase->error);
     EXPECT_EQ(wrongCase->error->message, "Unknown command 'Ping'.");
