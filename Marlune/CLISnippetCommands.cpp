@@ -602,7 +602,8 @@ ExpandResultDTO expandSnippet(const ExpandArgs& args, CLICall& call) {
         }
         result.fills.push_back(std::move(fill));
     }
-    for (const auto& [name, value] : args.fills) {
+    for (const auto& fillEntry : args.fills) {
+        const std::string& name = fillEntry.first;
         const bool known = std::any_of(rendered.fillIns.begin(), rendered.fillIns.end(),
                                        [&](const FillInField& f) { return f.name == name; });
         if (!known) {

@@ -58,7 +58,10 @@ class Grammar {
 public:
     using Outcome = CommandLine::Outcome;
 
-    Grammar() {
+    // With `only`, just that noun's commands are built: the tool runs once per command, and
+    // building every command's options is most of its start-up. Without it, the whole tree.
+    explicit Grammar(std::string_view only = {}) {
+        const auto wants = [only](std::string_view noun) { return only.empty() || only == noun; };
         app_.fallthrough();
         app_.set_version_flag("-V,--version", "marlune " MARLUNE_VERSION);
         app_.add_flag("--json", json_, "Print the result record as JSON");
@@ -67,12 +70,25 @@ public:
         app_.add_option("--timeout", timeoutSeconds_,
                         "Seconds to wait for Marlune's answer (default 60)")
             ->check(CLI::Range(1, 86'400));
-        addPing();
-        addSnippets();
-        addGroups();
-        addTags();
-        addProfile();
-        addConfig();
+        if (wants("ping")) {
+            addPing();
+        }
+        if (wants("snippet")) {
+            addSnippets();
+        }
+        if (wants("group")) {
+            addGroups();
+        }
+        if (wants("tag")) {
+            addTags();
+        }
+        if (wants("profile")) {
+            addProfile();
+        }
+        if (wants("config")) {
+            addConfig();
+        }
+        // Always present: run() asks whether it was chosen.
         addCompletion();
         // Set last: subcommands inherit the footer they find when they are created.
         app_.footer("Run `marlune <command> --help` for the options of each command.");
@@ -662,7 +678,19 @@ CommandNode describe(const CLI::App& app,
 } // namespace
 
 CommandLine::Outcome CommandLine::parse(const std::vector<std::string>& arguments) {
-    Grammar grammar;
+    // The noun is the first argument when it names one; anything else (global options first,
+    // a typo, help) gets the whole grammar so help and messages stay complete.
+    static constexpr std::string_view nouns[] = {"ping", "snippet", "group",
+                                                 "tag",  "profile", "config"};
+    std::string_view only;
+    if (!arguments.empty()) {
+        for (const auto noun : nouns) {
+            if (arguments.front() == noun) {
+                only = noun;
+            }
+        }
+    }
+    Grammar grammar(only);
     return grammar.run(arguments);
 }
 

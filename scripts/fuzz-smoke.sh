@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 
 seconds="${MARLUNE_FUZZ_SECONDS:-15}"
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz
+cmake --build --preset fuzz --target fuzzers
 status=0
 for fuzzer in build/fuzz/fuzz/*; do
   [ -x "$fuzzer" ] && [ -f "$fuzzer" ] || continue
