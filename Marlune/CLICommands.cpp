@@ -7,6 +7,7 @@ void registerAllCommands(CLIListener& listener) {
     registerSnippetCommands(listener);
     registerLibraryCommands(listener);
     registerProfileAndConfigCommands(listener);
+    registerClipCommands(listener);
 }
 
 } // namespace marlune

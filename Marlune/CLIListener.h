@@ -116,6 +116,8 @@ void registerSystemCommands(CLIListener& listener);
 void registerSnippetCommands(CLIListener& listener);
 void registerLibraryCommands(CLIListener& listener); // groups and tags
 void registerProfileAndConfigCommands(CLIListener& listener);
+// The read side of the clipboard history.
+void registerClipCommands(CLIListener& listener);
 
 // Every command group available in this build.
 void registerAllCommands(CLIListener& listener);

@@ -5,6 +5,7 @@
 #include "MarluneCLIProtocol/CLICommandName.h"
 #include "MarluneCLIProtocol/CLIDateFormat.h"
 #include "MarluneCLIProtocol/CLIErrorCode.h"
+#include "MarluneCLIProtocol/ClipRecords.h"
 #include "MarluneCLIProtocol/CommonRecords.h"
 #include "MarluneCLIProtocol/LibraryRecords.h"
 #include "MarluneCLIProtocol/SnippetRecords.h"
@@ -75,6 +76,9 @@ public:
         }
         if (wants("snippet")) {
             addSnippets();
+        }
+        if (wants("clip")) {
+            addClips();
         }
         if (wants("group")) {
             addGroups();
@@ -222,6 +226,42 @@ private:
             "--now", [args](std::int64_t) { args->now = true; },
             "Delete at once instead of moving to the Trash");
         leaf(command, name, args);
+    }
+
+    void addClips() {
+        auto* clips = noun("clip", "Clipboard history: list, show and search clips");
+        {
+            auto* command = clips->add_subcommand("list", "List clips, most recent first");
+            auto args = std::make_shared<ListArgs>();
+            command->add_option_function<std::string>(
+                "query", [args](const std::string& value) { args->query = value; },
+                "Only clips whose text contains this");
+            choice(command, "--kind", args, &ListArgs::kind,
+                   {"text", "richText", "url", "image", "file", "color"},
+                   "Only clips of this kind");
+            command->add_flag_function(
+                "--pinned", [args](std::int64_t) { args->pinnedOnly = true; }, "Only pinned clips");
+            paging(command, args);
+            leaf(command, CLICommandName::clipList, args);
+        }
+        {
+            auto* command = clips->add_subcommand("get", "Show one clip with its flavours");
+            auto args = std::make_shared<GetArgs>();
+            command->add_option("ref", args->ref, "The clip: its id, or the start of it")
+                ->required();
+            leaf(command, CLICommandName::clipGet, args);
+        }
+        {
+            auto* command = clips->add_subcommand("search", "Search the clipboard history");
+            auto args = std::make_shared<SearchArgs>();
+            command->add_option("query", args->query, "What to look for")->required();
+            command->add_flag("--semantic", args->semantic, "Search by meaning, not by text");
+            choice(command, "--kind", args, &SearchArgs::kind,
+                   {"text", "richText", "url", "image", "file", "color"},
+                   "Only clips of this kind");
+            paging(command, args);
+            leaf(command, CLICommandName::clipSearch, args);
+        }
     }
 
     void addSnippets() {

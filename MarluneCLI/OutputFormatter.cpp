@@ -2,6 +2,7 @@
 
 #include "MarluneCLIProtocol/CLIArgs.h"
 #include "MarluneCLIProtocol/CLIErrorCode.h"
+#include "MarluneCLIProtocol/ClipRecords.h"
 #include "MarluneCLIProtocol/CommonRecords.h"
 #include "MarluneCLIProtocol/LibraryRecords.h"
 #include "MarluneCLIProtocol/Paging.h"
@@ -160,6 +161,41 @@ std::string snippetPage(const Page<SnippetDTO>& page) {
         out = table({"ID", "KEYWORD", "TITLE", "GROUP", "TAGS", "USES", "FAV"}, rows);
     }
     return out + pageFooter(page, "snippets");
+}
+
+std::string clipPage(const Page<ClipDTO>& page) {
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& c : page.items) {
+        rows.push_back({idPrefix(c.id), c.primaryKind, c.previewText,
+                        c.sourceApp && c.sourceApp->bundleID ? *c.sourceApp->bundleID : "",
+                        std::to_string(c.recopyCount), c.isPinned ? "*" : ""});
+    }
+    std::string out;
+    if (!rows.empty()) {
+        out = table({"ID", "KIND", "PREVIEW", "FROM", "COPIES", "PIN"}, rows);
+    }
+    return out + pageFooter(page, "clips");
+}
+
+std::string clipRecord(const ClipDTO& c) {
+    Fields fields{{"id", c.id}, {"kind", c.primaryKind}};
+    if (c.sourceApp && (c.sourceApp->name || c.sourceApp->bundleID)) {
+        fields.emplace_back("from", c.sourceApp->name.value_or(c.sourceApp->bundleID.value_or("")));
+    }
+    fields.emplace_back("created", c.createdAt);
+    fields.emplace_back("copied again", std::to_string(c.recopyCount));
+    fields.emplace_back("pinned", yesNo(c.isPinned));
+    std::string flavours;
+    for (const auto& r : c.representations) {
+        flavours += (flavours.empty() ? "" : ", ") + r.utType +
+                    (r.byteSize ? " (" + std::to_string(*r.byteSize) + " bytes)" : "");
+    }
+    fields.emplace_back("flavours", flavours);
+    std::string out = record(fields) + "\n" + c.bestText.value_or(c.previewText);
+    if (!out.ends_with('\n')) {
+        out += '\n';
+    }
+    return out;
 }
 
 std::string snippetRecord(const SnippetDTO& s) {
@@ -366,6 +402,9 @@ const std::map<std::string_view, Renderer>& renderers() {
             r[name] = render<SnippetDTO>(snippetRecord);
         }
         r["snippet.delete"] = deletion("snippet");
+        r["clip.list"] = render<Page<ClipDTO>>(clipPage);
+        r["clip.search"] = render<Page<ClipDTO>>(clipPage);
+        r["clip.get"] = render<ClipDTO>(clipRecord);
         r["snippet.expand"] = [](const CLIResponse& response,
                                  bool terminal) -> std::variant<ToolOutput, CLIErrorPayload> {
             auto decoded = decodeResult<ExpandResultDTO>(response);

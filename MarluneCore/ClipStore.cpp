@@ -5,6 +5,9 @@
 #include "MarluneCore/Settings.h"
 
 #include <algorithm>
+#include <cctype>
+#include <map>
+#include <set>
 
 namespace marlune {
 
@@ -362,6 +365,144 @@ std::vector<Representation> ClipStore::representations(const Uuid& clipID) {
         reps.push_back(std::move(rep));
     }
     return reps;
+}
+
+namespace {
+
+std::string filterClause(const ClipFilter& filter) {
+    std::string where = "deletedAt IS NULL";
+    if (filter.kind) {
+        where += " AND primaryKindRaw = ?1";
+    }
+    if (filter.pinnedOnly) {
+        where += " AND isPinned = 1";
+    }
+    return where;
+}
+
+void bindFilter(Statement& stmt, const ClipFilter& filter) {
+    if (filter.kind) {
+        stmt.bind(1, rawValue(*filter.kind));
+    }
+}
+
+std::vector<std::pair<Uuid, std::string>> namedRows(Statement& stmt) {
+    std::vector<std::pair<Uuid, std::string>> out;
+    while (stmt.step()) {
+        out.emplace_back(Uuid::parse(stmt.textView(0)).value_or(Uuid()), stmt.text(1));
+    }
+    return out;
+}
+
+} // namespace
+
+std::vector<Clip> ClipStore::recent(const ClipFilter& filter, std::size_t limit,
+                                    std::size_t offset) {
+    MainActor::assertIsolated();
+    auto stmt = context_.db().prepare("SELECT " + std::string(clipColumns) + " FROM Clip WHERE " +
+                                      filterClause(filter) +
+                                      " ORDER BY coalesce(lastUsedAt, createdAt) DESC "
+                                      "LIMIT ?8 OFFSET ?9");
+    bindFilter(stmt, filter);
+    stmt.bind(8, static_cast<std::int64_t>(limit)).bind(9, static_cast<std::int64_t>(offset));
+    std::vector<Clip> clips;
+    while (stmt.step()) {
+        clips.push_back(readClipRow(stmt, context_.crypto()));
+    }
+    return clips;
+}
+
+std::int64_t ClipStore::count(const ClipFilter& filter) {
+    MainActor::assertIsolated();
+    auto stmt = context_.db().prepare("SELECT count(*) FROM Clip WHERE " + filterClause(filter));
+    bindFilter(stmt, filter);
+    return stmt.step() ? stmt.int64(0) : 0;
+}
+
+std::vector<ClipMatch> ClipStore::searchAll(std::string_view needle, const ClipFilter& filter) {
+    MainActor::assertIsolated();
+    auto& db = context_.db();
+    const auto& crypto = context_.crypto();
+    std::vector<std::pair<std::int64_t, std::string>> hits; // recency order comes from the query
+    std::set<std::string> seen;
+    std::string plain;
+    auto previews = db.prepare("SELECT id, previewText FROM Clip WHERE " + filterClause(filter) +
+                               " ORDER BY coalesce(lastUsedAt, createdAt) DESC");
+    bindFilter(previews, filter);
+    std::vector<std::string> order;
+    while (previews.step()) {
+        std::string id = previews.text(0);
+        order.push_back(id);
+        if (crypto.readTextInto(previews.textView(1), plain) &&
+            containsIgnoringASCIICase(plain, needle)) {
+            seen.insert(id);
+            hits.emplace_back(static_cast<std::int64_t>(order.size() - 1), "preview");
+        }
+    }
+    // Then the text of the flavours of the clips the previews did not match.
+    std::map<std::string, std::size_t> position;
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        position[order[i]] = i;
+    }
+    auto texts = db.prepare("SELECT clip_id, text FROM Representation WHERE text IS NOT NULL");
+    while (texts.step()) {
+        const std::string id = texts.text(0);
+        const auto at = position.find(id);
+        if (at == position.end() || seen.contains(id)) {
+            continue;
+        }
+        if (crypto.readTextInto(texts.textView(1), plain) &&
+            containsIgnoringASCIICase(plain, needle)) {
+            seen.insert(id);
+            hits.emplace_back(static_cast<std::int64_t>(at->second), "text");
+        }
+    }
+    std::sort(hits.begin(), hits.end());
+    std::vector<ClipMatch> matches;
+    matches.reserve(hits.size());
+    for (const auto& [index, where] : hits) {
+        if (auto found = clip(*Uuid::parse(order[static_cast<std::size_t>(index)]))) {
+            matches.push_back({std::move(*found), where});
+        }
+    }
+    return matches;
+}
+
+std::vector<Uuid> ClipStore::idsWithPrefix(std::string_view prefix, std::size_t limit) {
+    MainActor::assertIsolated();
+    std::string upper(prefix);
+    for (auto& c : upper) {
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    // Ids are stored upper-case; a range scan on the primary key finds the prefix.
+    auto stmt = context_.db().prepare(
+        "SELECT id FROM Clip WHERE id >= ?1 AND id < ?1 || '~' AND deletedAt IS NULL LIMIT ?2");
+    stmt.bind(1, upper).bind(2, static_cast<std::int64_t>(limit));
+    std::vector<Uuid> ids;
+    while (stmt.step()) {
+        if (stmt.textView(0).starts_with(upper)) {
+            ids.push_back(Uuid::parse(stmt.textView(0)).value_or(Uuid()));
+        }
+    }
+    return ids;
+}
+
+std::vector<std::pair<Uuid, std::string>> ClipStore::pinboardsOf(const Uuid& clipID) {
+    MainActor::assertIsolated();
+    auto stmt = context_.db().prepare(
+        "SELECT p.id, p.name FROM ClipPinboard cp JOIN Pinboard p ON p.id = cp.pinboard_id "
+        "WHERE cp.clip_id = ?1 ORDER BY p.sortIndex, p.name");
+    stmt.bind(1, clipID.string());
+    return namedRows(stmt);
+}
+
+std::vector<std::pair<Uuid, std::string>> ClipStore::tagsOf(const Uuid& clipID) {
+    MainActor::assertIsolated();
+    auto stmt = context_.db().prepare(
+        "SELECT t.id, t.name FROM ClipTag ct JOIN Tag t ON t.id = ct.tag_id "
+        "WHERE ct.clip_id = ?1 ORDER BY t.name COLLATE NOCASE");
+    stmt.bind(1, clipID.string());
+    return namedRows(stmt);
 }
 
 std::int64_t ClipStore::liveCount() {

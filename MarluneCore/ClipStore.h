@@ -37,6 +37,18 @@ struct NewClip {
     std::optional<std::string> sourceAppName;
 };
 
+// Which live clips a listing shows.
+struct ClipFilter {
+    std::optional<ClipKind> kind;
+    bool pinnedOnly = false;
+};
+
+// A search hit: the clip and where the text was found ("preview" or "text").
+struct ClipMatch {
+    Clip clip;
+    std::string matchedIn;
+};
+
 // The one way captured clipboard content enters the library and leaves it again by age.
 // A small value over the main context; every operation runs on the main thread.
 //
@@ -70,6 +82,18 @@ public:
     // most recent first, at most `limit`.
     std::vector<Clip> search(std::string_view needle, std::size_t limit);
     std::vector<Representation> representations(const Uuid& clipID);
+
+    // Live clips passing `filter`, most recent first, and how many there are in all.
+    std::vector<Clip> recent(const ClipFilter& filter, std::size_t limit, std::size_t offset);
+    std::int64_t count(const ClipFilter& filter);
+    // Live clips whose preview, or the text of one of their flavours, contains `needle`
+    // (ASCII letters compared without case), most recent first.
+    std::vector<ClipMatch> searchAll(std::string_view needle, const ClipFilter& filter);
+    // Live clips whose id starts with `prefix` (any case), at most `limit`.
+    std::vector<Uuid> idsWithPrefix(std::string_view prefix, std::size_t limit);
+    // The pinboards (and Board sections) and tags that hold a clip: id and name.
+    std::vector<std::pair<Uuid, std::string>> pinboardsOf(const Uuid& clipID);
+    std::vector<std::pair<Uuid, std::string>> tagsOf(const Uuid& clipID);
     std::int64_t liveCount();
     // Clips the history limit may drop (live, unpinned, on no pinboard).
     std::int64_t trimmableCount();

@@ -36,6 +36,7 @@ protected:
         registerSnippetCommands(*listener);
         registerLibraryCommands(*listener);
         registerProfileAndConfigCommands(*listener);
+        registerClipCommands(*listener);
     }
 
     ModelContext& context() { return container->mainContext(); }

@@ -7,10 +7,9 @@
 #include "support/Process.h"
 #include "support/TempDir.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-
-#include <fstream>
 #include <sstream>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -39,8 +38,8 @@ protected:
         if (!settings.empty()) {
             std::ofstream(home / "settings.json") << settings;
         }
-        app = std::make_unique<BackgroundProcess>(
-            std::vector<std::string>{appPath, "--headless"}, environment(), dir / "app.log");
+        app = std::make_unique<BackgroundProcess>(std::vector<std::string>{appPath, "--headless"},
+                                                  environment(), dir / "app.log");
         for (int i = 0; i < 250; ++i) {
             if (tool({"ping"}).exitStatus == 0) {
                 return;
@@ -76,8 +75,8 @@ protected:
 
 TEST_F(EndToEnd, SnippetLifecycleThroughTheTool) {
     startApp();
-    auto created = json({"snippet", "create", "Signature", "-k", ";sig", "-c",
-                         "Best regards,{@cursor@}\nAda"});
+    auto created = json(
+        {"snippet", "create", "Signature", "-k", ";sig", "-c", "Best regards,{@cursor@}\nAda"});
     EXPECT_EQ(created["keyword"], "sig"); // stored without the prefix
     EXPECT_EQ(created["keywordTrigger"], ";sig");
     const std::string id = created["id"];
@@ -100,7 +99,8 @@ TEST_F(EndToEnd, SnippetLifecycleThroughTheTool) {
     EXPECT_EQ(json({"snippet", "list", "--trashed"})["items"].size(), 1U);
 }
 
-// Every command of the snippet, group, tag, profile and config nouns, in a realistic order,
+// Every command of the snippet, group, tag, profile and config nouns (and the clip reads), in
+// a realistic order,
 // each through the real tool; the JSON field checked is the one the command is about.
 TEST_F(EndToEnd, EveryCommandAnswersThroughTheTool) {
     startApp();
@@ -117,7 +117,8 @@ TEST_F(EndToEnd, EveryCommandAnswersThroughTheTool) {
         {{"tag", "create", "work"}, "name", "work"},
         {{"tag", "update", "work", "--name", "office"}, "name", "office"},
         {{"snippet", "create", "Address", "-k", "addr", "-c", "1 Harbour Lane", "-t", "office"},
-         "keyword", "addr"},
+         "keyword",
+         "addr"},
         {{"snippet", "update", "addr", "--content", "2 Harbour Lane"}, "content", "2 Harbour Lane"},
         {{"snippet", "favorite", "addr"}, "isFavorite", true},
         {{"snippet", "favorite", "addr", "--off"}, "isFavorite", false},
@@ -139,6 +140,8 @@ TEST_F(EndToEnd, EveryCommandAnswersThroughTheTool) {
         {{"config", "set", "clipRetentionDays", "30"}, "value", 30},
         {{"config", "get", "clipRetentionDays"}, "value", 30},
         {{"config", "unset", "clipRetentionDays"}, "value", 0},
+        {{"clip", "list"}, "", nullptr},
+        {{"clip", "search", "Harbour"}, "", nullptr},
         {{"snippet", "delete", "Address copy"}, "deletedCount", 1},
         {{"tag", "delete", "office"}, "deletedCount", 1},
         {{"group", "delete", "Old mail"}, "deletedCount", 1},
@@ -189,15 +192,17 @@ TEST_P(EndToEndFailures, ExitStatusAndMessageComeFromTheErrorCode) {
 INSTANTIATE_TEST_SUITE_P(
     Codes, EndToEndFailures,
     ::testing::Values(
-        ToolFailure{"NotFound", {"snippet", "get", "nothing-like-it"}, 3,
+        ToolFailure{"NotFound",
+                    {"snippet", "get", "nothing-like-it"},
+                    3,
                     "No snippet matches 'nothing-like-it'."},
-        ToolFailure{"Ambiguous", {"snippet", "get", "Invoice"}, 5,
-                    "'Invoice' matches 2 snippets."},
-        ToolFailure{"KeywordInUse", {"snippet", "create", "Again", "-k", ";inv1", "-c", "x"}, 8,
+        ToolFailure{"Ambiguous", {"snippet", "get", "Invoice"}, 5, "'Invoice' matches 2 snippets."},
+        ToolFailure{"KeywordInUse",
+                    {"snippet", "create", "Again", "-k", ";inv1", "-c", "x"},
+                    8,
                     "already used"},
         ToolFailure{"CopyNeedsADisplay", {"snippet", "expand", "inv1", "--copy"}, 7, ""},
-        ToolFailure{"UnknownGroup", {"group", "get", "Nowhere"}, 3,
-                    "No group matches 'Nowhere'."}),
+        ToolFailure{"UnknownGroup", {"group", "get", "Nowhere"}, 3, "No group matches 'Nowhere'."}),
     [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 TEST_F(EndToEnd, PagingPastTheEndIsEmptyWithTheTotalKept) {
