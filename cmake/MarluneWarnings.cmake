@@ -5,6 +5,11 @@ add_library(Marlune::BuildFlags ALIAS marlune_build_flags)
 target_compile_options(marlune_build_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
   -Wimplicit-fallthrough -Wmissing-declarations -Wformat=2)
+# GCC 12 reports a false -Wrestrict overlap for `"text" + std::string&&` once it inlines at -O3
+# (fixed in GCC 13), so Release builds would warn on correct code.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  target_compile_options(marlune_build_flags INTERFACE -Wno-restrict)
+endif()
 if(MARLUNE_WERROR)
   target_compile_options(marlune_build_flags INTERFACE -Werror)
 endif()
