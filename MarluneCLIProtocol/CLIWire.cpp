@@ -15,18 +15,20 @@ std::string oversizedMessage() {
     return "Frame exceeds " + std::to_string(CLIWire::maxPayloadBytes) + " bytes.";
 }
 
-// Fills `buffer` completely; nothing on success.
-std::optional<CLIWireError> readExactly(const CLIWire::ReadSome& read,
-                                        std::span<std::uint8_t> buffer) {
+// Moves all of `bytes` through `transfer` (a read or a write of at most the span given),
+// retrying interrupted calls; nothing on success. `failure` names a broken transfer.
+template <class Span, class Transfer>
+std::optional<CLIWireError> transferAll(const Transfer& transfer, Span bytes,
+                                        const std::string& failure) {
     std::size_t done = 0;
-    while (done < buffer.size()) {
-        const auto io = read(buffer.subspan(done));
+    while (done < bytes.size()) {
+        const auto io = transfer(bytes.subspan(done));
         switch (io.status) {
         case CLIWireIO::Status::transferred:
-            // A reader that claims more than it was given, or nothing at all, would loop or
-            // overrun; both are broken transports.
-            if (io.count == 0 || io.count > buffer.size() - done) {
-                return CLIWireError{kReadFailed};
+            // A transport that claims more than it was given, or nothing at all, would loop or
+            // overrun; both are broken.
+            if (io.count == 0 || io.count > bytes.size() - done) {
+                return CLIWireError{failure};
             }
             done += io.count;
             break;
@@ -35,10 +37,16 @@ std::optional<CLIWireError> readExactly(const CLIWire::ReadSome& read,
         case CLIWireIO::Status::closed:
             return CLIWireError{kPeerClosed};
         case CLIWireIO::Status::failed:
-            return CLIWireError{kReadFailed};
+            return CLIWireError{failure};
         }
     }
     return std::nullopt;
+}
+
+// Fills `buffer` completely; nothing on success.
+std::optional<CLIWireError> readExactly(const CLIWire::ReadSome& read,
+                                        std::span<std::uint8_t> buffer) {
+    return transferAll(read, buffer, kReadFailed);
 }
 
 } // namespace
@@ -121,25 +129,7 @@ std::optional<CLIWireError> CLIWire::writeFrame(const WriteSome& write, std::str
     const auto& bytes = std::get<std::string>(frame);
     const std::span<const std::uint8_t> all(reinterpret_cast<const std::uint8_t*>(bytes.data()),
                                             bytes.size());
-    std::size_t done = 0;
-    while (done < all.size()) {
-        const auto io = write(all.subspan(done));
-        switch (io.status) {
-        case CLIWireIO::Status::transferred:
-            if (io.count == 0 || io.count > all.size() - done) {
-                return CLIWireError{kWriteFailed};
-            }
-            done += io.count;
-            break;
-        case CLIWireIO::Status::interrupted:
-            break;
-        case CLIWireIO::Status::closed:
-            return CLIWireError{kPeerClosed};
-        case CLIWireIO::Status::failed:
-            return CLIWireError{kWriteFailed};
-        }
-    }
-    return std::nullopt;
+    return transferAll(write, all, kWriteFailed);
 }
 
 } // namespace marlune
