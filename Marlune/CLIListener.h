@@ -17,6 +17,7 @@
 namespace marlune {
 
 class CLISocketServer;
+class DesktopActions;
 
 // What command handlers reach besides the request: the library, the settings and the facts of
 // this run. Everything here is used on the main thread only.
@@ -26,6 +27,8 @@ struct CLIEnvironment {
     std::filesystem::path libraryDirectory;
     // Without a display there is no clipboard to copy to and no application to paste into.
     bool headless = true;
+    // The clipboard and paste path of GUI mode; null when headless.
+    DesktopActions* desktop = nullptr;
     std::string appVersion;
     std::function<Date()> now = dateNow;
     // Asks the application to quit after the current answer has been sent.
