@@ -8,6 +8,12 @@ void registerAllCommands(CLIListener& listener) {
     registerLibraryCommands(listener);
     registerProfileAndConfigCommands(listener);
     registerClipCommands(listener);
+    // --- cli2 register begin
+    // --- cli2 register end
+    // --- data register begin
+    // --- data register end
+    // --- board register begin
+    // --- board register end
 }
 
 } // namespace marlune

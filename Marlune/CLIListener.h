@@ -121,6 +121,12 @@ void registerLibraryCommands(CLIListener& listener); // groups and tags
 void registerProfileAndConfigCommands(CLIListener& listener);
 // The read side of the clipboard history.
 void registerClipCommands(CLIListener& listener);
+// --- cli2 register begin
+// --- cli2 register end
+// --- data register begin
+// --- data register end
+// --- board register begin
+// --- board register end
 
 // Every command group available in this build.
 void registerAllCommands(CLIListener& listener);

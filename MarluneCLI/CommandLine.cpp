@@ -92,6 +92,12 @@ public:
         if (wants("config")) {
             addConfig();
         }
+        // --- cli2 nouns begin
+        // --- cli2 nouns end
+        // --- data nouns begin
+        // --- data nouns end
+        // --- board nouns begin
+        // --- board nouns end
         // Always present: run() asks whether it was chosen.
         addCompletion();
         // Set last: subcommands inherit the footer they find when they are created.
@@ -600,6 +606,15 @@ private:
         }
     }
 
+    // --- cli2 builders begin
+    // --- cli2 builders end
+
+    // --- data builders begin
+    // --- data builders end
+
+    // --- board builders begin
+    // --- board builders end
+
     void addCompletion() {
         completion_ = app_.add_subcommand("completion", "Print a shell completion script");
         auto* shell = completion_->add_option("shell", shell_, "bash, zsh or fish")->required();
@@ -720,8 +735,10 @@ CommandNode describe(const CLI::App& app,
 CommandLine::Outcome CommandLine::parse(const std::vector<std::string>& arguments) {
     // The noun is the first argument when it names one; anything else (global options first,
     // a typo, help) gets the whole grammar so help and messages stay complete.
-    static constexpr std::string_view nouns[] = {"ping", "snippet", "group",
-                                                 "tag",  "profile", "config"};
+    static constexpr std::string_view nouns[] = {
+        "ping",  "snippet", "group", "tag",  "profile", "config", "clip",
+        "pinboard", "trash", "rule", "stack", "stats",  "sync",   "app",
+        "data",  "board"};
     std::string_view only;
     if (!arguments.empty()) {
         for (const auto noun : nouns) {

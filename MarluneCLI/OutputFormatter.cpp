@@ -434,6 +434,12 @@ const std::map<std::string_view, Renderer>& renderers() {
         r["config.get"] = render<ConfigEntryDTO>(configEntry);
         r["config.set"] = render<ConfigSetResultDTO>(configSet);
         r["config.unset"] = render<ConfigSetResultDTO>(configSet);
+        // --- cli2 renderers begin
+        // --- cli2 renderers end
+        // --- data renderers begin
+        // --- data renderers end
+        // --- board renderers begin
+        // --- board renderers end
         return r;
     }();
     return table;
