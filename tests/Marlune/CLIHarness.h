@@ -37,6 +37,12 @@ protected:
         registerLibraryCommands(*listener);
         registerProfileAndConfigCommands(*listener);
         registerClipCommands(*listener);
+        // --- cli2 register begin
+        // --- cli2 register end
+        // --- data register begin
+        // --- data register end
+        // --- board register begin
+        // --- board register end
     }
 
     ModelContext& context() { return container->mainContext(); }
