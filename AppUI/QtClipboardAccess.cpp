@@ -7,6 +7,8 @@
 #include <QGuiApplication>
 #include <QMimeData>
 #include <QStringList>
+#include <QCoreApplication>
+#include <QVariant>
 #include <set>
 #include <string>
 #include <utility>
@@ -18,6 +20,24 @@ namespace {
 // A read that overlaps a change of owner mixes two owners' types; it is read again, but not
 // forever if the clipboard keeps changing.
 constexpr int maxReadAttempts = 3;
+
+// Our clipboard contents. The xcb platform asks the data for a type when a client requests
+// it, which is how we learn that the paste target has read what we put there.
+class OwnedMimeData : public QMimeData {
+public:
+    explicit OwnedMimeData(std::function<void()> pulled) : pulled_(std::move(pulled)) {}
+
+protected:
+    QVariant retrieveData(const QString& type, QMetaType preferred) const override {
+        if (pulled_) {
+            pulled_();
+        }
+        return QMimeData::retrieveData(type, preferred);
+    }
+
+private:
+    std::function<void()> pulled_;
+};
 
 } // namespace
 
@@ -42,6 +62,10 @@ void QtClipboardAccess::setChangeHandler(std::function<void()> handler) {
     handler_ = std::move(handler);
 }
 
+void QtClipboardAccess::setPullHandler(std::function<void()> handler) {
+    pull_->handler = std::move(handler);
+}
+
 PasteboardSnapshot QtClipboardAccess::snapshot() {
     PasteboardSnapshot result;
     for (int attempt = 0; attempt < maxReadAttempts; ++attempt) {
@@ -61,6 +85,12 @@ PasteboardSnapshot QtClipboardAccess::readOnce() {
     if (mime == nullptr) {
         return {};
     }
+    // Reading our own data is not a paste.
+    pull_->readingOurselves = true;
+    struct Reset {
+        PullState& state;
+        ~Reset() { state.readingOurselves = false; }
+    } reset{*pull_};
     const auto started = std::chrono::steady_clock::now();
     PasteboardSnapshot::Item item;
     std::set<std::string> seen;
@@ -95,7 +125,20 @@ PasteboardSnapshot QtClipboardAccess::readOnce() {
 }
 
 void QtClipboardAccess::write(const PasteboardSnapshot& snapshot) {
-    auto* mime = new QMimeData();
+    auto* mime = new OwnedMimeData([state = std::weak_ptr<PullState>(pull_)] {
+        const auto live = state.lock();
+        if (!live || live->readingOurselves || !live->handler) {
+            return;
+        }
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [state] {
+                if (const auto again = state.lock(); again && again->handler) {
+                    again->handler();
+                }
+            },
+            Qt::QueuedConnection);
+    });
     std::set<std::string> seen;
     // The X11 clipboard holds one item; where a snapshot has several, the first flavour of
     // each type is offered.

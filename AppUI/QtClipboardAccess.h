@@ -35,6 +35,10 @@ public:
     void write(const PasteboardSnapshot& snapshot) override;
     void setChangeHandler(std::function<void()> handler) override;
 
+    // Called (on the main thread, queued) when another client reads a payload of what we wrote
+    // last: the paste target has pulled our text, and the user's clipboard may go back.
+    void setPullHandler(std::function<void()> handler);
+
 private:
     PasteboardSnapshot readOnce();
 
@@ -42,6 +46,12 @@ private:
     QObject connections_;
     std::int64_t changeCount_ = 0;
     std::function<void()> handler_;
+    // Shared with the clipboard's copy of our data, which may outlive this object.
+    struct PullState {
+        bool readingOurselves = false;
+        std::function<void()> handler;
+    };
+    std::shared_ptr<PullState> pull_ = std::make_shared<PullState>();
 };
 
 } // namespace marlune

@@ -31,7 +31,21 @@ QIcon makeIcon() {
 }
 } // namespace
 
-TrayIcon::TrayIcon() : menu_(std::make_unique<QMenu>()) {
+TrayIcon::TrayIcon(Toggles toggles) : menu_(std::make_unique<QMenu>()) {
+    const auto addToggle = [this](const QString& title, std::function<void(bool)> toggle) {
+        if (!toggle) {
+            return;
+        }
+        auto* action = menu_->addAction(title);
+        action->setCheckable(true);
+        QObject::connect(action, &QAction::toggled, this,
+                         [toggle = std::move(toggle)](bool checked) { toggle(checked); });
+    };
+    addToggle(QStringLiteral("Pause Text Expansion"), std::move(toggles.pauseExpansion));
+    addToggle(QStringLiteral("Pause Clipboard Capture"), std::move(toggles.pauseCapture));
+    if (!menu_->actions().isEmpty()) {
+        menu_->addSeparator();
+    }
     auto* quit = menu_->addAction(QStringLiteral("Quit Marlune"));
     QObject::connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {

@@ -2,8 +2,10 @@
 
 #include <QObject>
 
+#include <functional>
 #include <memory>
 
+class QAction;
 class QMenu;
 class QSystemTrayIcon;
 
@@ -14,9 +16,16 @@ namespace marlune {
 class TrayIcon : public QObject {
     Q_OBJECT
 public:
-    TrayIcon();
+    // Each toggle is offered only when its service runs; it receives the new paused state.
+    struct Toggles {
+        std::function<void(bool paused)> pauseExpansion;
+        std::function<void(bool paused)> pauseCapture;
+    };
+
+    explicit TrayIcon(Toggles toggles = {});
     ~TrayIcon() override;
     bool isVisible() const;
+    QMenu* menu() const { return menu_.get(); }
 
 private:
     std::unique_ptr<QMenu> menu_;

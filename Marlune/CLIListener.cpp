@@ -100,7 +100,11 @@ CLIResponse CLIListener::dispatch(const CLIRequest& request) {
         return CLIRequestGate::unknownCommand(request.command);
     }
     try {
-        return it->second(request);
+        auto response = it->second(request);
+        if (environment_.afterCommand && response.ok) {
+            environment_.afterCommand(request.command);
+        }
+        return response;
     } catch (const CLIError& error) {
         return CLIResponse::failure(error.payload());
     } catch (const SnippetStoreError& error) {

@@ -33,6 +33,9 @@ struct CLIEnvironment {
     std::function<Date()> now = dateNow;
     // Asks the application to quit after the current answer has been sent.
     std::function<void()> quit;
+    // Runs after every command that succeeded, with its name (the services reread what a
+    // write may have changed).
+    std::function<void(std::string_view command)> afterCommand;
 };
 
 // One command being answered: its request, the environment, and the warnings it gathers.

@@ -1,6 +1,7 @@
 #include "Marlune/ExpansionService.h"
 
 #include "ExpansionEngine/Graphemes.h"
+#include "ExpansionEngine/HostLocale.h"
 #include "MarluneCore/Log.h"
 #include "MarluneCore/ProfileStore.h"
 #include "MarluneCore/SnippetStore.h"
@@ -107,7 +108,10 @@ std::string_view trimmed(std::string_view text) {
 
 } // namespace
 
-ExpansionService::ExpansionService(Collaborators collaborators) : c_(std::move(collaborators)) {
+ExpansionService::ExpansionService(Collaborators collaborators)
+    : c_(std::move(collaborators)),
+      locale_(c_.locale.empty() ? HostLocale::localeID() : c_.locale),
+      timeZone_(c_.timeZone.empty() ? HostLocale::timeZoneID() : c_.timeZone) {
     lookup_ = triggers_.lookup();
     phraseBuffer_.reserve(kPhraseMaxBytes + 8);
     keystrokeContext_ = makeContext();
@@ -181,6 +185,8 @@ ExpansionContext ExpansionService::makeContext() {
         return firstText(c_.clipboard.snapshot());
     };
     context.variables = variables_;
+    context.locale = locale_;
+    context.timeZone = timeZone_;
     context.resolveSnippet = [this](std::string_view keyword) -> std::optional<std::string> {
         if (const auto* snippet = triggers_.find(keyword)) {
             return snippet->body;
@@ -431,11 +437,7 @@ void ExpansionService::beginCommit(const TypedExpansion::Commit& commit, std::st
     const auto window = c_.windows.activeWindow();
     run.expansion = {commit.text, commit.deleteCount > 0 ? commit.typedToken : std::string(),
                      commit.cursorBack, window ? window->pid : std::nullopt};
-    std::optional<KeyChord> chord = KeyChord{{false, true, false, false}, 0x76};
-    if (c_.pasteChord) {
-        chord =
-            c_.pasteChord(window ? std::string_view(window->bundleIdentifier) : std::string_view());
-    }
+    const auto chord = pasteChordFor(window);
 
     auto pause = leadIn;
     for (const auto& step : commit.steps) {
@@ -447,7 +449,7 @@ void ExpansionService::beginCommit(const TypedExpansion::Commit& commit, std::st
             pause += kSettleDelay;
         } else if (const auto* paste = std::get_if<injection::Paste>(&step)) {
             if (chord) {
-                run.pasteText = paste->text;
+                run.pasteContent.items.push_back({{payload(kTextType, paste->text)}});
                 run.actions.push_back({Action::Kind::writeClipboard, pause, {}});
                 run.actions.push_back(
                     {Action::Kind::inject, kPasteChordDelay, keyinjection::PressChord{*chord}});
@@ -472,6 +474,46 @@ void ExpansionService::beginCommit(const TypedExpansion::Commit& commit, std::st
     startRun(std::move(run));
 }
 
+std::optional<KeyChord>
+ExpansionService::pasteChordFor(const std::optional<ActiveWindow>& window) const {
+    if (!c_.pasteChord) {
+        return KeyChord{{false, true, false, false}, 0x76};
+    }
+    return c_.pasteChord(window ? std::string_view(window->bundleIdentifier) : std::string_view());
+}
+
+std::optional<std::string> ExpansionService::paste(const PasteboardSnapshot& content) {
+    if (run_ || isFillInOpen_) {
+        return "Marlune is in the middle of an expansion; try again in a moment.";
+    }
+    if (c_.grabProbe.keyboardGrabbedByAnotherClient()) {
+        return "Another application holds the keyboard, so Marlune cannot paste now.";
+    }
+    if (content.empty()) {
+        return "There is nothing to paste.";
+    }
+    Run run;
+    run.purpose = Run::Purpose::paste;
+    if (const auto chord = pasteChordFor(c_.windows.activeWindow())) {
+        run.pasteContent = content;
+        run.actions.push_back({Action::Kind::writeClipboard, {}, {}});
+        run.actions.push_back(
+            {Action::Kind::inject, kPasteChordDelay, keyinjection::PressChord{*chord}});
+    } else {
+        auto text = firstText(content);
+        if (!text || text->empty()) {
+            return "The focused window only takes typed text, and this item has none.";
+        }
+        run.actions.push_back({Action::Kind::inject, {}, keyinjection::TypeText{std::move(*text)}});
+    }
+    run.actions.push_back({Action::Kind::finish, {}, {}});
+    buffer_.clear();
+    disarmUndo();
+    lastExpansion_.reset();
+    startRun(std::move(run));
+    return std::nullopt;
+}
+
 void ExpansionService::startRun(Run run) {
     run_ = std::move(run);
     pendingExpansion_ = true;
@@ -480,7 +522,7 @@ void ExpansionService::startRun(Run run) {
 
 void ExpansionService::waitForModifiers() {
     // A modifier still held would turn a BackSpace or the paste into another shortcut.
-    if (!c_.injector.heldModifiers().any()) {
+    if (!c_.injector.heldModifiers().any() && !c_.injector.keyHeld()) {
         isSynthesizing_ = true;
         runNext();
         return;
@@ -516,7 +558,7 @@ void ExpansionService::runNext() {
 void ExpansionService::perform(const Action& action) {
     switch (action.kind) {
     case Action::Kind::writeClipboard:
-        saveClipboardAndWrite(run_->pasteText);
+        saveClipboardAndWrite(std::move(run_->pasteContent));
         return;
     case Action::Kind::finish:
         finishRun();
@@ -542,6 +584,13 @@ void ExpansionService::finishRun() {
     pendingExpansion_ = false;
     isSynthesizing_ = false;
 
+    if (done.purpose == Run::Purpose::paste) {
+        buffer_.clear();
+        if (onPasteFinished) {
+            onPasteFinished();
+        }
+        return;
+    }
     if (done.purpose == Run::Purpose::undo) {
         lastExpansion_.reset();
         buffer_.clear();
@@ -569,6 +618,7 @@ void ExpansionService::finishRun() {
 }
 
 void ExpansionService::abort(std::string_view reason) {
+    const bool wasPaste = run_ && run_->purpose == Run::Purpose::paste;
     buffer_.recordAbort(reason);
     if (runTask_) {
         c_.scheduler.cancel(*runTask_);
@@ -583,6 +633,9 @@ void ExpansionService::abort(std::string_view reason) {
         restoreClipboard();
     }
     buffer_.clear();
+    if (wasPaste && onPasteFinished) {
+        onPasteFinished();
+    }
 }
 
 void ExpansionService::armUndo() {
@@ -642,7 +695,7 @@ void ExpansionService::undo() {
     startRun(std::move(run));
 }
 
-void ExpansionService::saveClipboardAndWrite(const std::string& text) {
+void ExpansionService::saveClipboardAndWrite(PasteboardSnapshot content) {
     // A restore still pending from the expansion before means the clipboard holds our text,
     // and the user's is the one already saved.
     if (!savedClipboard_) {
@@ -652,9 +705,7 @@ void ExpansionService::saveClipboardAndWrite(const std::string& text) {
         c_.scheduler.cancel(*clipboardRestoreTask_);
         clipboardRestoreTask_.reset();
     }
-    PasteboardSnapshot ours;
-    ours.items.push_back({{payload(kTextType, text)}});
-    c_.clipboard.write(concealed(std::move(ours)));
+    c_.clipboard.write(concealed(std::move(content)));
     ourWriteChangeCount_ = c_.clipboard.changeCount();
     pastePressed_ = false;
 }

@@ -80,6 +80,9 @@ public:
         // Consulted only while `smartFieldDetection` is on; may be null.
         FieldReader* fieldReader = nullptr;
         std::function<void(const ExpansionStats&)> statsChanged;
+        // How dates and times in templates are written; empty means the session's own.
+        std::string locale;
+        std::string timeZone;
     };
 
     // The pauses between the steps of a commit.
@@ -125,6 +128,15 @@ public:
     void screenLocked();
     // The paste target read the clipboard while our text was on it.
     void pastePulled();
+    // Pastes `content` (every flavour of it) into the focused window the way an expansion
+    // pastes its text, and puts the user's clipboard back afterwards. A window that only takes
+    // typed keys gets the content's plain text typed. Returns a message for the user when it
+    // cannot start: a commit or a form is under way, another client holds the keyboard, or the
+    // window takes typed keys and the content has no text.
+    std::optional<std::string> paste(const PasteboardSnapshot& content);
+    // Runs once the paste started by `paste` has been carried out (or has failed).
+    std::function<void()> onPasteFinished;
+
     void setPaused(bool paused);
 
     bool isPaused() const { return paused_; }
@@ -151,13 +163,13 @@ private:
         KeyInjection step;
     };
     struct Run {
-        enum class Purpose { expansion, undo };
+        enum class Purpose { expansion, undo, paste };
         Purpose purpose = Purpose::expansion;
         std::deque<Action> actions;
         std::string snippetID;
         LastExpansion expansion;
         std::int64_t keystrokesSaved = 0;
-        std::string pasteText;
+        PasteboardSnapshot pasteContent;
         std::chrono::milliseconds waitedForModifiers{0};
     };
 
@@ -184,7 +196,8 @@ private:
     void armUndo();
     void disarmUndo();
 
-    void saveClipboardAndWrite(const std::string& text);
+    void saveClipboardAndWrite(PasteboardSnapshot content);
+    std::optional<KeyChord> pasteChordFor(const std::optional<ActiveWindow>& window) const;
     void scheduleRestore(std::chrono::milliseconds delay);
     void restoreClipboard();
 
@@ -202,6 +215,8 @@ private:
     SnippetLookup lookup_;
     std::map<std::string, std::string, std::less<>> variables_;
     std::string prefix_ = ";";
+    std::string locale_;
+    std::string timeZone_;
     bool smartFieldDetection_ = false;
     bool paused_ = false;
     bool isRunning_ = false;

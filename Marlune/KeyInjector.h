@@ -69,6 +69,10 @@ public:
     virtual InjectionOutcome inject(const KeyInjection& step) = 0;
     // The shortcut modifiers physically held right now (Caps Lock and Num Lock do not count).
     virtual KeyModifiers heldModifiers() = 0;
+    // Whether a key other than a modifier is down. A BackSpace we send while the user's own is
+    // still down merges with it on the core keyboard (one press is taken as a repeat and
+    // the user's release is lost), so commits wait for the keys to come up.
+    virtual bool keyHeld() { return false; }
 };
 
 } // namespace marlune

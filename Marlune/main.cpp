@@ -2,6 +2,7 @@
 // it shows its tray icon; with --headless, or with no display at all, it runs the library and
 // its upkeep alone (for servers, scripts and tests).
 
+#include "AppUI/AppServices.h"
 #include "AppUI/TrayIcon.h"
 #include "Marlune/CLIListener.h"
 #include "Marlune/LibraryBootstrap.h"
@@ -149,9 +150,33 @@ int main(int argc, char** argv) {
     }
     std::signal(SIGPIPE, SIG_IGN);
 
+    // The desktop services: expansion, capture, the fill-in form. Each says whether it works.
+    std::unique_ptr<AppServices> services;
+    if (!headless) {
+        services = std::make_unique<AppServices>(context, *library.settings);
+        for (const auto& line : services->start()) {
+            logs::app.info(line);
+        }
+    }
+
     // The command line: requests arrive on the server's thread and are answered here, on the
     // main thread, through the event loop.
     CLIEnvironment cliEnvironment;
+    cliEnvironment.desktop = services.get();
+    cliEnvironment.afterCommand = [&services](std::string_view command) {
+        // Anything that may change keywords, bodies, the profile or the settings.
+        static constexpr std::string_view readVerbs[] = {".list", ".get", ".search", ".show"};
+        for (const auto verb : readVerbs) {
+            if (command.ends_with(verb)) {
+                return;
+            }
+        }
+        if (services && (command.starts_with("snippet.") || command.starts_with("group.") ||
+                         command.starts_with("profile.") || command.starts_with("config.") ||
+                         command.starts_with("data.") || command.starts_with("trash."))) {
+            services->libraryChanged();
+        }
+    };
     cliEnvironment.container = library.container;
     cliEnvironment.settings = library.settings.get();
     cliEnvironment.libraryDirectory = library.paths.libraryDirectory;
@@ -170,12 +195,13 @@ int main(int argc, char** argv) {
 
     std::unique_ptr<TrayIcon> tray;
     if (!headless) {
-        tray = std::make_unique<TrayIcon>();
+        tray = std::make_unique<TrayIcon>(services->trayToggles());
     }
     logs::app.info("Marlune is running.");
     const int status = QCoreApplication::exec();
     cli.stop();
     tray.reset();
+    services.reset();
     logs::app.info("Marlune stopped.");
     return status;
 }

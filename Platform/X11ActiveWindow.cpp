@@ -1,7 +1,10 @@
 #include "Platform/X11ActiveWindow.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 #include <xcb/xcb.h>
 
 namespace marlune {
@@ -88,6 +91,94 @@ std::uint32_t X11ActiveWindow::focusedTopLevel() {
         window = tree->parent;
     }
     return window;
+}
+
+std::uint32_t X11ActiveWindow::inputFocus() {
+    xcb_connection_t* c = connection_.get();
+    std::unique_ptr<xcb_get_input_focus_reply_t, FreeDeleter> focus(
+        xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
+    return focus == nullptr ? XCB_NONE : focus->focus;
+}
+
+void X11ActiveWindow::restoreInputFocus(std::uint32_t window) {
+    if (window == XCB_NONE || window == XCB_INPUT_FOCUS_POINTER_ROOT) {
+        return;
+    }
+    xcb_connection_t* c = connection_.get();
+    // The window may have gone meanwhile; a checked request keeps the error off the event queue.
+    std::unique_ptr<xcb_generic_error_t, FreeDeleter> error(xcb_request_check(
+        c, xcb_set_input_focus_checked(c, XCB_INPUT_FOCUS_PARENT, window, XCB_CURRENT_TIME)));
+}
+
+std::optional<std::string> X11ActiveWindow::activate(std::string_view application) {
+    const auto lower = [](std::string_view text) {
+        std::string out(text);
+        for (char& ch : out) {
+            ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+        }
+        return out;
+    };
+    const std::string wanted = lower(application);
+    xcb_connection_t* c = connection_.get();
+    const auto matches = [&](xcb_window_t window) {
+        const std::string wmClass =
+            bytesOf(property(c, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING));
+        std::size_t start = 0;
+        while (start < wmClass.size()) {
+            const auto end = std::min(wmClass.find('\0', start), wmClass.size());
+            if (lower(std::string_view(wmClass).substr(start, end - start)) == wanted) {
+                return true;
+            }
+            start = end + 1;
+        }
+        const std::string title = bytesOf(property(c, window, netWmName_, utf8String_));
+        return !title.empty() && lower(title) == wanted;
+    };
+
+    // The window manager's list of managed windows when there is one; else the mapped
+    // children of the root.
+    std::vector<xcb_window_t> candidates;
+    const auto clientList = property(c, connection_.root(), connection_.atom("_NET_CLIENT_LIST"),
+                                     XCB_ATOM_WINDOW);
+    if (clientList != nullptr && clientList->format == 32) {
+        const auto* windows = static_cast<const xcb_window_t*>(xcb_get_property_value(clientList.get()));
+        candidates.assign(windows, windows + xcb_get_property_value_length(clientList.get()) / 4);
+    } else {
+        std::unique_ptr<xcb_query_tree_reply_t, FreeDeleter> tree(
+            xcb_query_tree_reply(c, xcb_query_tree(c, connection_.root()), nullptr));
+        if (tree != nullptr) {
+            const auto* children = xcb_query_tree_children(tree.get());
+            for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i) {
+                std::unique_ptr<xcb_get_window_attributes_reply_t, FreeDeleter> attributes(
+                    xcb_get_window_attributes_reply(
+                        c, xcb_get_window_attributes(c, children[i]), nullptr));
+                if (attributes != nullptr && attributes->map_state == XCB_MAP_STATE_VIEWABLE) {
+                    candidates.push_back(children[i]);
+                }
+            }
+        }
+    }
+    for (auto it = candidates.rbegin(); it != candidates.rend(); ++it) {
+        if (!matches(*it)) {
+            continue;
+        }
+        // Ask the window manager first (it raises and focuses), and set the focus directly
+        // for a session without one.
+        xcb_client_message_event_t message{};
+        message.response_type = XCB_CLIENT_MESSAGE;
+        message.format = 32;
+        message.window = *it;
+        message.type = netActiveWindow_;
+        message.data.data32[0] = 2; // from a pager or tool: honoured over focus stealing rules
+        xcb_send_event(c, 0, connection_.root(),
+                       XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                       reinterpret_cast<const char*>(&message));
+        const std::uint32_t above = XCB_STACK_MODE_ABOVE;
+        xcb_configure_window(c, *it, XCB_CONFIG_WINDOW_STACK_MODE, &above);
+        restoreInputFocus(*it);
+        return std::nullopt;
+    }
+    return "No window of '" + std::string(application) + "' is open.";
 }
 
 std::optional<ActiveWindow> X11ActiveWindow::activeWindow() {

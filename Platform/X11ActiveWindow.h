@@ -3,7 +3,10 @@
 #include "Marlune/ActiveWindowInfo.h"
 #include "Platform/X11Connection.h"
 
+#include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <variant>
 
@@ -20,6 +23,16 @@ public:
     explicit X11ActiveWindow(X11Connection connection);
 
     std::optional<ActiveWindow> activeWindow() override;
+
+    // The window that has the keyboard focus now, to give it back after a window of ours
+    // (the fill-in form) took it: without a window manager nobody else would.
+    std::uint32_t inputFocus();
+    void restoreInputFocus(std::uint32_t window);
+
+    // Brings the top-level window whose class or instance name (case-insensitive) or title is
+    // `application` to the front and gives it the focus; a message for the user when none is
+    // open.
+    std::optional<std::string> activate(std::string_view application);
 
 private:
     std::uint32_t focusedTopLevel();

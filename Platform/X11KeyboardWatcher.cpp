@@ -168,7 +168,7 @@ bool X11KeyboardWatcher::syncAndProcess() {
     return processPendingEvents();
 }
 
-void X11KeyboardWatcher::emit(const KeyboardEvent& event) {
+void X11KeyboardWatcher::deliver(const KeyboardEvent& event) {
     if (handler_) {
         handler_(event);
     }
@@ -188,7 +188,7 @@ void X11KeyboardWatcher::handle(const void* event) {
         const auto* property = static_cast<const xcb_property_notify_event_t*>(event);
         if (property->atom == activeWindowAtom_ && property->window == connection_.root()) {
             translator_->resetCompose();
-            emit(keyboard::FocusChanged{});
+            deliver(keyboard::FocusChanged{});
         }
     }
 }
@@ -206,7 +206,7 @@ void X11KeyboardWatcher::handleRawEvent(const void* event) {
         const auto translated =
             press ? translator_->keyPressed(raw->detail) : translator_->keyReleased(raw->detail);
         if (translated) {
-            emit(*translated);
+            deliver(*translated);
         }
         return;
     }
@@ -214,7 +214,7 @@ void X11KeyboardWatcher::handleRawEvent(const void* event) {
         // Buttons 4 to 7 are the wheel: scrolling leaves the caret where it was.
         if (raw->detail < 4 || raw->detail > 7) {
             translator_->resetCompose();
-            emit(keyboard::MouseClicked{});
+            deliver(keyboard::MouseClicked{});
         }
         return;
     case XCB_INPUT_HIERARCHY:
@@ -246,7 +246,7 @@ void X11KeyboardWatcher::handleXkbEvent(const void* event) {
         const XkbStateMask mask{notify->baseMods,  notify->latchedMods,  notify->lockedMods,
                                 notify->baseGroup, notify->latchedGroup, notify->lockedGroup};
         if (translator_->updateMask(mask)) {
-            emit(keyboard::LayoutChanged{});
+            deliver(keyboard::LayoutChanged{});
         }
         return;
     }
@@ -272,7 +272,7 @@ void X11KeyboardWatcher::reloadKeymap() {
         return;
     }
     translator_->replaceKeymap(keymap, state);
-    emit(keyboard::LayoutChanged{});
+    deliver(keyboard::LayoutChanged{});
 }
 
 void X11KeyboardWatcher::refreshXTestDevices() {

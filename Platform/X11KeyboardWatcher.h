@@ -46,7 +46,7 @@ private:
     void handleXkbEvent(const void* event);
     void refreshXTestDevices();
     void reloadKeymap();
-    void emit(const KeyboardEvent& event);
+    void deliver(const KeyboardEvent& event);
 
     X11Connection connection_;
     std::shared_ptr<InjectionLedger> ledger_;

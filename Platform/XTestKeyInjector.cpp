@@ -98,6 +98,30 @@ KeyModifiers XTestKeyInjector::heldModifiers() {
                         (down & kMod1Mask) != 0, (down & kMod4Mask) != 0};
 }
 
+bool XTestKeyInjector::keyHeld() {
+    xcb_connection_t* c = connection_.get();
+    std::unique_ptr<xcb_query_keymap_reply_t, FreeDeleter> reply(
+        xcb_query_keymap_reply(c, xcb_query_keymap(c), nullptr));
+    if (reply == nullptr || (keymap_ == nullptr && !loadKeymap())) {
+        return false;
+    }
+    for (std::uint32_t keycode = 8; keycode < 256; ++keycode) {
+        if ((reply->keys[keycode / 8] & (1U << (keycode % 8))) == 0) {
+            continue;
+        }
+        const xkb_keysym_t* syms = nullptr;
+        const int count = xkb_keymap_key_get_syms_by_level(keymap_, keycode, 0, 0, &syms);
+        const bool modifier =
+            count > 0 && ((syms[0] >= XKB_KEY_Shift_L && syms[0] <= XKB_KEY_Hyper_R) ||
+                          (syms[0] >= XKB_KEY_ISO_Lock && syms[0] <= XKB_KEY_ISO_Last_Group_Lock) ||
+                          syms[0] == XKB_KEY_Mode_switch || syms[0] == XKB_KEY_Num_Lock);
+        if (!modifier) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool XTestKeyInjector::loadKeymap() {
     // Fetched for every step: the user may have switched layouts since the last one.
     releaseKeymap();

@@ -34,6 +34,7 @@ public:
 
     InjectionOutcome inject(const KeyInjection& step) override;
     KeyModifiers heldModifiers() override;
+    bool keyHeld() override;
 
 private:
     struct KeyStroke {

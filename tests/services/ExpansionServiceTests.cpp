@@ -126,7 +126,7 @@ protected:
             service_ = std::make_unique<ExpansionService>(ExpansionService::Collaborators{
                 library.context(), *settings, injector, clipboard, windows, grab, scheduler, fillIn,
                 notifier, [] { return testNow(); }, platformChord, &fieldReader,
-                [this](const ExpansionStats& s) { statsSeen.push_back(s); }});
+                [this](const ExpansionStats& s) { statsSeen.push_back(s); }, "en_US", "UTC"});
             service_->start(watcher);
             clipboard.pullHandler = [this] { service_->pastePulled(); };
         }
@@ -252,6 +252,86 @@ TEST_F(ExpansionServiceTest, SecondExpansionBeforeTheRestoreKeepsTheUsersClipboa
     type(" ;sig");
     scheduler.advance(3000);
     EXPECT_EQ(clipboard.text(), "mine");
+}
+
+struct ContentPasteCase {
+    const char* name;
+    const char* windowClass;
+    bool grabbed;
+    PasteboardSnapshot content;
+    std::optional<std::string> refusal;
+    std::vector<KeyInjection> steps;
+};
+
+TEST_F(ExpansionServiceTest, PastingContentGoesThroughTheClipboardOrIsTypedAndRestores) {
+    const std::vector<std::uint8_t> png{0x89, 'P', 'N', 'G', 0x00, 0xff};
+    const auto image = snapshotOf(
+        {{{bytes("image/png", png), bytes("text/plain;charset=utf-8", {'a', 'l', 't'})}}});
+    const auto onlyImage = snapshotOf({{{bytes("image/png", png)}}});
+    const std::vector<ContentPasteCase> cases{
+        {"every flavour pasted", "firefox", false, image, std::nullopt,
+         {keyinjection::PressChord{kCtrlV}}},
+        {"terminal gets its own chord", "gnome-terminal-server", false, image, std::nullopt,
+         {keyinjection::PressChord{kCtrlShiftV}}},
+        {"keyboard grabbed elsewhere", "firefox", true, image,
+         "Another application holds the keyboard, so Marlune cannot paste now.", {}},
+        {"nothing to paste", "firefox", false, PasteboardSnapshot{}, "There is nothing to paste.",
+         {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        service_.reset();
+        scheduler = ManualScheduler();
+        clipboard = FakeClipboard();
+        injector.steps.clear();
+        injector.timed.clear();
+        clipboard.setText("mine");
+        windows.window = ActiveWindow{c.windowClass, "Window", 7};
+        grab.grabbed = c.grabbed;
+        int finished = 0;
+        service().onPasteFinished = [&] { ++finished; };
+        EXPECT_EQ(service().paste(c.content), c.refusal);
+        scheduler.advance(100);
+        EXPECT_EQ(steps(), c.steps);
+        if (c.refusal) {
+            EXPECT_EQ(finished, 0);
+            EXPECT_EQ(clipboard.text(), "mine");
+            continue;
+        }
+        EXPECT_EQ(finished, 1);
+        ASSERT_FALSE(clipboard.writes.empty());
+        EXPECT_EQ(withoutMarkers(clipboard.writes.front()), c.content);
+        clipboard.simulatePull();
+        scheduler.advance(200);
+        EXPECT_EQ(clipboard.text(), "mine");
+        // A paste is not an expansion: no undo, no statistics.
+        EXPECT_FALSE(service().lastExpansion());
+        EXPECT_TRUE(statsSeen.empty());
+    }
+    grab.grabbed = false;
+
+    // A window that takes only typed keys gets the text, and refuses content without any.
+    service_.reset();
+    injector.steps.clear();
+    windows.window = ActiveWindow{"xterm-typed", "Window", 7};
+    service_ = std::make_unique<ExpansionService>(ExpansionService::Collaborators{
+        library.context(), *settings, injector, clipboard, windows, grab, scheduler, fillIn,
+        notifier, [] { return testNow(); },
+        [](std::string_view) -> std::optional<KeyChord> { return std::nullopt; }, &fieldReader,
+        {}, "en_US", "UTC"});
+    service_->start(watcher);
+    EXPECT_EQ(service_->paste(onlyImage),
+              "The focused window only takes typed text, and this item has none.");
+    EXPECT_EQ(service_->paste(image), std::nullopt);
+    scheduler.advance(100);
+    EXPECT_EQ(steps(), (std::vector<KeyInjection>{keyinjection::TypeText{"alt"}}));
+}
+
+TEST_F(ExpansionServiceTest, PasteWhileACommitRunsIsRefused) {
+    type(";sig");
+    ASSERT_TRUE(service().pendingExpansion());
+    EXPECT_EQ(service().paste(snapshotOf({{{bytes("text/plain", {'x'})}}})),
+              "Marlune is in the middle of an expansion; try again in a moment.");
 }
 
 struct PasteCase {

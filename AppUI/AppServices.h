@@ -1,0 +1,92 @@
+#pragma once
+
+#include "AppUI/DesktopNotifier.h"
+#include "AppUI/FillInController.h"
+#include "AppUI/QtClipboardAccess.h"
+#include "AppUI/QtScheduler.h"
+#include "AppUI/TrayIcon.h"
+#include "Marlune/ClipboardCaptureService.h"
+#include "Marlune/DesktopActions.h"
+#include "Marlune/ExpansionService.h"
+#include "MarluneCore/ModelContext.h"
+#include "MarluneCore/Settings.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+class QSocketNotifier;
+
+namespace marlune {
+
+class InjectionLedger;
+class X11ActiveWindow;
+class X11HotKeys;
+class X11KeyboardGrabProbe;
+class X11KeyboardWatcher;
+class XTestKeyInjector;
+class HotKeys;
+
+// The desktop half of the application in GUI mode: the X11 backends, the clipboard, the
+// fill-in form and notices, and the services built on them (text expansion, clipboard
+// capture), for the life of the process. Each part starts on its own, so a session without
+// XTest still captures the clipboard; `start` says what works.
+class AppServices final : public DesktopActions {
+public:
+    AppServices(ModelContext& context, Settings& settings, std::function<Date()> clock = dateNow);
+    ~AppServices() override;
+    AppServices(const AppServices&) = delete;
+    AppServices& operator=(const AppServices&) = delete;
+
+    // Opens the backends and starts the services; returns one line per facility saying
+    // whether it works (and why not), for the log.
+    std::vector<std::string> start();
+
+    // Null when the facility could not start.
+    ExpansionService* expansion() { return expansion_.get(); }
+    ClipboardCaptureService* capture() { return capture_.get(); }
+    HotKeys* hotKeys();
+    ClipboardAccess& clipboard() { return clipboard_; }
+    Scheduler& scheduler() { return scheduler_; }
+    DesktopNotifier& notifier() { return notifier_; }
+    FillInController& fillIn() { return fillIn_; }
+
+    // The tray's pause toggles for the services that run.
+    TrayIcon::Toggles trayToggles();
+
+    // The library or the settings changed (a command, an import): keywords and settings are
+    // read again.
+    void libraryChanged();
+
+    // Called with the keystrokes saved by each expansion, to keep the statistics.
+    std::function<void(std::int64_t keystrokesSaved)> onExpansion;
+
+    void copyToClipboard(const PasteboardSnapshot& content) override;
+    std::optional<std::string> paste(const PasteboardSnapshot& content) override;
+    std::optional<std::string> activate(std::string_view application) override;
+
+private:
+    void watch(int fileDescriptor, std::function<void()> onReadable);
+
+    ModelContext& context_;
+    Settings& settings_;
+    std::function<Date()> clock_;
+    QtScheduler scheduler_;
+    QtClipboardAccess clipboard_;
+    DesktopNotifier notifier_;
+    std::shared_ptr<InjectionLedger> ledger_;
+    std::unique_ptr<X11ActiveWindow> windows_;
+    std::unique_ptr<X11KeyboardWatcher> watcher_;
+    std::unique_ptr<XTestKeyInjector> injector_;
+    std::unique_ptr<X11HotKeys> hotKeys_;
+    std::unique_ptr<X11KeyboardGrabProbe> grabProbe_;
+    std::unique_ptr<ActiveWindowInfo> noWindows_;
+    FillInController fillIn_;
+    std::unique_ptr<ExpansionService> expansion_;
+    std::unique_ptr<ClipboardCaptureService> capture_;
+    std::vector<std::unique_ptr<QSocketNotifier>> notifiers_;
+    ExpansionStats lastStats_;
+};
+
+} // namespace marlune

@@ -1,0 +1,276 @@
+// The real marlune-app in GUI mode on the test display, a real Qt text field, xdotool as the
+// typist and xclip as the other application.
+#include "support/Process.h"
+#include "support/TempDir.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace marlune {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using test::BackgroundProcess;
+using test::runProcess;
+
+const std::string appPath = MARLUNE_APP_PATH;
+const std::string toolPath = MARLUNE_TOOL_PATH;
+const std::string fieldPath = MARLUNE_TEST_FIELD;
+
+std::string which(const std::string& name) {
+    const char* path = std::getenv("PATH");
+    std::string_view dirs = path != nullptr ? path : "/usr/bin:/bin";
+    while (!dirs.empty()) {
+        const auto colon = dirs.find(':');
+        const fs::path candidate = fs::path(dirs.substr(0, colon)) / name;
+        if (::access(candidate.c_str(), X_OK) == 0) {
+            return candidate.string();
+        }
+        dirs = colon == std::string_view::npos ? std::string_view() : dirs.substr(colon + 1);
+    }
+    return {};
+}
+
+template <typename Done> bool waitUntil(Done done, std::chrono::milliseconds timeout = 6s) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(20ms);
+    }
+    return true;
+}
+
+struct FieldState {
+    long caret = -1;
+    std::string text;
+};
+
+class DesktopExpansion : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const char* display = std::getenv("DISPLAY");
+        xdotool = which("xdotool");
+        xclip = which("xclip");
+        if (display == nullptr || *display == '\0' || xdotool.empty() || xclip.empty()) {
+            GTEST_SKIP() << "needs a display, xdotool and xclip (run through scripts/test-session.sh)";
+        }
+        home = dir.path() / "home";
+        fs::create_directories(home);
+        ::chmod(home.c_str(), 0700);
+        app = std::make_unique<BackgroundProcess>(std::vector<std::string>{appPath}, environment(),
+                                                  dir / "app.log");
+        ASSERT_TRUE(waitUntil([&] { return tool({"ping"}).exitStatus == 0; }, 10s))
+            << "marlune-app did not answer; its log:\n" << app->log();
+        ASSERT_TRUE(waitUntil([&] { return app->log().find("Text expansion: on") != std::string::npos; }))
+            << app->log();
+        snippet("sig", "Kind regards");
+        snippet("addr", "Dear {@cursor@}, thanks");
+        snippet("greet", "Hi {@text|name=Name|default=there@}!");
+    }
+
+    void TearDown() override {
+        field.reset();
+        if (app) {
+            app->stop();
+        }
+    }
+
+    std::map<std::string, std::string> environment() const {
+        return {{"MARLUNE_HOME", home.string()}, {"WAYLAND_DISPLAY", ""}, {"TZ", "UTC"}};
+    }
+
+    test::ProcessResult tool(std::vector<std::string> args) {
+        args.insert(args.begin(), toolPath);
+        args.push_back("--no-launch");
+        return runProcess(args, environment());
+    }
+
+    void snippet(const std::string& keyword, const std::string& content) {
+        const auto made = tool({"snippet", "create", keyword, "--keyword", keyword, "--content", content});
+        ASSERT_EQ(made.exitStatus, 0) << made.err;
+    }
+
+    void openField(bool grab = false) {
+        field.reset();
+        report = dir / "field.txt";
+        fs::remove(report);
+        std::vector<std::string> argv{fieldPath, report.string()};
+        if (grab) {
+            argv.push_back("--grab");
+        }
+        field = std::make_unique<BackgroundProcess>(argv, std::map<std::string, std::string>{},
+                                                    dir / "field.log");
+        std::string window;
+        ASSERT_TRUE(waitUntil([&] {
+            std::istringstream lines(field->log());
+            std::string line;
+            while (std::getline(lines, line)) {
+                if (!line.empty() && std::isdigit(static_cast<unsigned char>(line[0]))) {
+                    window = line;
+                    return true;
+                }
+            }
+            return false;
+        })) << field->log();
+        if (!grab) {
+            const auto focused = runProcess({xdotool, "windowfocus", "--sync", window});
+            ASSERT_EQ(focused.exitStatus, 0) << focused.err;
+        }
+        ASSERT_TRUE(waitUntil([&] { return fs::exists(report); }));
+    }
+
+    FieldState state() {
+        std::ifstream in(report, std::ios::binary);
+        FieldState s;
+        std::string caret;
+        if (!std::getline(in, caret) || caret.empty()) {
+            return s;
+        }
+        s.caret = std::stol(caret);
+        s.text.assign(std::istreambuf_iterator<char>(in), {});
+        return s;
+    }
+
+    // Waits for the field to show `text`; returns what it shows in the end.
+    std::string waitForText(const std::string& text, std::chrono::milliseconds timeout = 6s) {
+        waitUntil([&] { return state().text == text; }, timeout);
+        return state().text;
+    }
+
+    void type(const std::string& text) {
+        const auto typed = runProcess({xdotool, "type", "--delay", "30", text});
+        ASSERT_EQ(typed.exitStatus, 0) << typed.err;
+    }
+
+    void key(const std::string& name) {
+        const auto pressed = runProcess({xdotool, "key", name});
+        ASSERT_EQ(pressed.exitStatus, 0) << pressed.err;
+    }
+
+    bool formIsOpen() {
+        return runProcess({xdotool, "search", "--onlyvisible", "--name", "Fill in"}).exitStatus == 0;
+    }
+
+    // Another application owns the clipboard with these bytes under `type`.
+    void copyWithXclip(const std::string& type, const std::string& bytes) {
+        const fs::path file = dir / "clip.bin";
+        std::ofstream(file, std::ios::binary) << bytes;
+        // xclip stays behind to serve the selection; its output must not hold our pipes open.
+        const auto copied = runProcess({"/bin/sh", "-c",
+                                        "\"$0\" -selection clipboard -t \"$1\" -i \"$2\" "
+                                        ">/dev/null 2>&1",
+                                        xclip, type, file.string()});
+        ASSERT_EQ(copied.exitStatus, 0) << copied.err;
+    }
+
+    std::string clipboardAs(const std::string& type) {
+        return runProcess({xclip, "-selection", "clipboard", "-o", "-t", type}).out;
+    }
+
+    test::TempDir dir;
+    fs::path home;
+    fs::path report;
+    std::string xdotool;
+    std::string xclip;
+    std::unique_ptr<BackgroundProcess> app;
+    std::unique_ptr<BackgroundProcess> field;
+};
+
+struct ClipboardCase {
+    const char* name;
+    std::string type;
+    std::string bytes;
+};
+
+TEST_F(DesktopExpansion, KeywordExpandsInTheFieldAndTheClipboardComesBackExactly) {
+    const std::vector<ClipboardCase> cases{
+        {"text", "UTF8_STRING", "the user's own text"},
+        {"image", "image/png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\xff\x01", 18)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        openField();
+        copyWithXclip(c.type, c.bytes);
+        type("hello ;sig");
+        EXPECT_EQ(waitForText("hello Kind regards"), "hello Kind regards") << app->log();
+        type(" ");
+        EXPECT_EQ(waitForText("hello Kind regards "), "hello Kind regards ");
+        // Back once the target has pulled our text, or after the timeout.
+        EXPECT_TRUE(waitUntil([&] { return clipboardAs(c.type) == c.bytes; }, 4s))
+            << "clipboard now: " << clipboardAs(c.type);
+    }
+}
+
+TEST_F(DesktopExpansion, CaretLandsOnTheCursorMark) {
+    openField();
+    type(";addr");
+    EXPECT_EQ(waitForText("Dear , thanks"), "Dear , thanks") << app->log();
+    EXPECT_TRUE(waitUntil([&] { return state().caret == 5; })) << state().caret;
+    type("Ann");
+    EXPECT_EQ(waitForText("Dear Ann, thanks"), "Dear Ann, thanks");
+}
+
+TEST_F(DesktopExpansion, FillInFormAnswersAreInsertedAndEscapeLeavesTheKeyword) {
+    openField();
+    type(";greet");
+    ASSERT_TRUE(waitUntil([&] { return formIsOpen(); })) << app->log();
+    type("Ann");
+    key("Return");
+    EXPECT_EQ(waitForText("Hi Ann!"), "Hi Ann!") << app->log();
+
+    type(" ;greet");
+    ASSERT_TRUE(waitUntil([&] { return formIsOpen(); })) << app->log();
+    key("Escape");
+    ASSERT_TRUE(waitUntil([&] { return !formIsOpen(); }));
+    std::this_thread::sleep_for(500ms);
+    EXPECT_EQ(state().text, "Hi Ann! ;greet");
+}
+
+TEST_F(DesktopExpansion, BackspaceRightAfterAnExpansionPutsTheKeywordBack) {
+    openField();
+    type(";sig");
+    ASSERT_EQ(waitForText("Kind regards"), "Kind regards") << app->log();
+    key("BackSpace");
+    EXPECT_EQ(waitForText(";sig"), ";sig") << app->log();
+    // The keyword put back does not expand again at once.
+    std::this_thread::sleep_for(500ms);
+    EXPECT_EQ(state().text, ";sig");
+}
+
+struct NoExpansionCase {
+    const char* name;
+    bool grab;
+    std::string typed;
+};
+
+TEST_F(DesktopExpansion, DoubledPrefixAndAKeyboardGrabDoNotExpand) {
+    const std::vector<NoExpansionCase> cases{
+        {"doubled prefix", false, ";;sig"},
+        {"another client holds the keyboard grab", true, ";sig"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        openField(c.grab);
+        type(c.typed);
+        ASSERT_EQ(waitForText(c.typed), c.typed);
+        std::this_thread::sleep_for(700ms);
+        EXPECT_EQ(state().text, c.typed) << app->log();
+    }
+}
+
+} // namespace
+} // namespace marlune
