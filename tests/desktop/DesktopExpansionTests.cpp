@@ -251,6 +251,30 @@ TEST_F(DesktopExpansion, BackspaceRightAfterAnExpansionPutsTheKeywordBack) {
     EXPECT_EQ(state().text, ";sig");
 }
 
+TEST_F(DesktopExpansion, CopiesReachTheHistoryButExpansionsAndRestoresDoNot) {
+    const auto listed = [&] {
+        const auto result = tool({"clip", "list", "--json"});
+        return nlohmann::json::parse(result.out, nullptr, false);
+    };
+    copyWithXclip("UTF8_STRING", "copied in another application");
+    ASSERT_TRUE(waitUntil([&] {
+        const auto page = listed();
+        return page.is_object() && page["items"].size() == 1 &&
+               page["items"][0].value("previewText", "") == "copied in another application";
+    })) << listed().dump() << app->log();
+    EXPECT_EQ(listed()["items"][0].value("primaryKind", ""), "text");
+
+    openField();
+    type(";sig");
+    ASSERT_EQ(waitForText("Kind regards"), "Kind regards") << app->log();
+    ASSERT_TRUE(waitUntil([&] { return clipboardAs("UTF8_STRING") == "copied in another application"; }));
+    // Past the capture's settle time and its next poll.
+    std::this_thread::sleep_for(1s);
+    const auto page = listed();
+    ASSERT_EQ(page["items"].size(), 1U) << page.dump();
+    EXPECT_EQ(page["items"][0].value("recopyCount", -1), 0);
+}
+
 struct NoExpansionCase {
     const char* name;
     bool grab;
