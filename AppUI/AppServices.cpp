@@ -1,5 +1,6 @@
 #include "AppUI/AppServices.h"
 
+#include "AppUI/AtspiFieldReader.h"
 #include "MarluneCore/Log.h"
 #include "Platform/InjectionLedger.h"
 #include "Platform/PasteShortcut.h"
@@ -139,7 +140,7 @@ std::vector<std::string> AppServices::start() {
                 }
                 return std::nullopt;
             },
-            nullptr,
+            &fieldReader_,
             [this](const ExpansionStats& stats) {
                 const auto saved = stats.keystrokesSaved - lastStats_.keystrokesSaved;
                 lastStats_ = stats;
@@ -155,6 +156,12 @@ std::vector<std::string> AppServices::start() {
         watch(watcher_->fileDescriptor(), [this] { watcher_->processPendingEvents(); });
         report.push_back("Text expansion: on (" + std::to_string(expansion_->triggerCount()) +
                          " keywords).");
+        followSmartFieldDetection();
+        if (settings_.boolean("smartFieldDetection", false)) {
+            report.push_back(atspi_ ? "Password fields: recognised through the accessibility bus."
+                                    : "Password fields: not recognised, the accessibility bus "
+                                      "cannot be reached.");
+        }
     }
     return report;
 }
@@ -184,8 +191,25 @@ TrayIcon::Toggles AppServices::trayToggles() {
 
 void AppServices::libraryChanged() {
     if (expansion_) {
+        followSmartFieldDetection();
         expansion_->refresh();
     }
+}
+
+void AppServices::followSmartFieldDetection() {
+    if (atspi_ || !settings_.boolean("smartFieldDetection", false)) {
+        return;
+    }
+    QString why;
+    atspi_ = AtspiFieldReader::connect(why);
+    fieldReader_.reader = atspi_.get();
+    if (!atspi_) {
+        logs::app.warning("Password fields cannot be recognised: " + why.toStdString() + ".");
+    }
+}
+
+std::optional<FocusedField> AppServices::FieldReaderSlot::focusedField() {
+    return reader != nullptr ? reader->focusedField() : std::nullopt;
 }
 
 void AppServices::copyToClipboard(const PasteboardSnapshot& content) {

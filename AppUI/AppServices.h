@@ -20,6 +20,7 @@ class QSocketNotifier;
 
 namespace marlune {
 
+class AtspiFieldReader;
 class InjectionLedger;
 class X11ActiveWindow;
 class X11HotKeys;
@@ -68,6 +69,15 @@ public:
 
 private:
     void watch(int fileDescriptor, std::function<void()> onReadable);
+    // Connects to the accessibility bus once `smartFieldDetection` is on.
+    void followSmartFieldDetection();
+
+    // What the expansion service asks; answers from the accessibility bus once connected.
+    class FieldReaderSlot : public FieldReader {
+    public:
+        std::optional<FocusedField> focusedField() override;
+        AtspiFieldReader* reader = nullptr;
+    };
 
     ModelContext& context_;
     Settings& settings_;
@@ -83,6 +93,8 @@ private:
     std::unique_ptr<X11KeyboardGrabProbe> grabProbe_;
     std::unique_ptr<ActiveWindowInfo> noWindows_;
     FillInController fillIn_;
+    std::unique_ptr<AtspiFieldReader> atspi_;
+    FieldReaderSlot fieldReader_;
     std::unique_ptr<ExpansionService> expansion_;
     std::unique_ptr<ClipboardCaptureService> capture_;
     std::vector<std::unique_ptr<QSocketNotifier>> notifiers_;

@@ -61,7 +61,10 @@ struct FieldState {
 
 class DesktopExpansion : public ::testing::Test {
 protected:
-    void SetUp() override {
+    void SetUp() override { start(""); }
+
+    // `settings`: the settings file the application starts with.
+    void start(const std::string& settings) {
         const char* display = std::getenv("DISPLAY");
         xdotool = which("xdotool");
         xclip = which("xclip");
@@ -71,6 +74,9 @@ protected:
         home = dir.path() / "home";
         fs::create_directories(home);
         ::chmod(home.c_str(), 0700);
+        if (!settings.empty()) {
+            std::ofstream(home / "settings.json") << settings;
+        }
         app = std::make_unique<BackgroundProcess>(std::vector<std::string>{appPath}, environment(),
                                                   dir / "app.log");
         ASSERT_TRUE(waitUntil([&] { return tool({"ping"}).exitStatus == 0; }, 10s))
@@ -104,13 +110,16 @@ protected:
         ASSERT_EQ(made.exitStatus, 0) << made.err;
     }
 
-    void openField(bool grab = false) {
+    void openField(bool grab = false) { openField(std::string(grab ? "--grab" : "")); }
+
+    void openField(const std::string& mode) {
+        const bool grab = mode == "--grab";
         field.reset();
         report = dir / "field.txt";
         fs::remove(report);
         std::vector<std::string> argv{fieldPath, report.string()};
-        if (grab) {
-            argv.push_back("--grab");
+        if (!mode.empty()) {
+            argv.push_back(mode);
         }
         field = std::make_unique<BackgroundProcess>(argv, std::map<std::string, std::string>{},
                                                     dir / "field.log");
@@ -294,6 +303,31 @@ TEST_F(DesktopExpansion, DoubledPrefixAndAKeyboardGrabDoNotExpand) {
         std::this_thread::sleep_for(700ms);
         EXPECT_EQ(state().text, c.typed) << app->log();
     }
+}
+
+// With smart field detection the accessibility bus tells password fields apart, and supplies
+// the text before the caret that an ordinary field must agree with.
+class SmartFieldDetection : public DesktopExpansion {
+protected:
+    void SetUp() override { start(R"({"smartFieldDetection": true})"); }
+};
+
+TEST_F(SmartFieldDetection, PasswordFieldsDoNotExpandAndOrdinaryFieldsStillDo) {
+    if (::testing::Test::IsSkipped()) {
+        return;
+    }
+    if (app->log().find("Password fields: recognised") == std::string::npos) {
+        GTEST_SKIP() << "no accessibility bus in this session:\n" << app->log();
+    }
+    openField("--password");
+    type(";sig");
+    ASSERT_EQ(waitForText(";sig"), ";sig");
+    std::this_thread::sleep_for(700ms);
+    EXPECT_EQ(state().text, ";sig") << app->log();
+
+    openField();
+    type("hi ;sig");
+    EXPECT_EQ(waitForText("hi Kind regards"), "hi Kind regards") << app->log();
 }
 
 } // namespace
