@@ -73,6 +73,8 @@ AppServices::AppServices(ModelContext& context, Settings& settings, std::functio
 
 AppServices::~AppServices() {
     notifiers_.clear();
+    pasteStack_.reset();
+    boardCapture_.reset();
     capture_.reset();
     expansion_.reset();
 }
@@ -84,7 +86,7 @@ void AppServices::watch(int fileDescriptor, std::function<void()> onReadable) {
     notifiers_.push_back(std::move(notifier));
 }
 
-std::vector<std::string> AppServices::start() {
+std::vector<std::string> AppServices::start(std::shared_ptr<PasteStackModel> pasteStack) {
     std::vector<std::string> report;
     std::string why;
 
@@ -118,6 +120,54 @@ std::vector<std::string> AppServices::start() {
     report.push_back(hotKeys_ ? "Global shortcuts: on." : "Global shortcuts: off (" + why + ").");
     if (hotKeys_) {
         watch(hotKeys_->fileDescriptor(), [this] { hotKeys_->processPendingEvents(); });
+        hotKeys_->setHandler([this](HotKeyId id) {
+            if (boardCapture_) {
+                boardCapture_->handleHotKey(id);
+            }
+        });
+    }
+
+    // Reminders of Board due dates, on the application's own schedule.
+    reminderCenter_ = std::make_unique<ScheduledReminderCenter>(notifier_, scheduler_, clock_);
+    reminders_ = std::make_unique<BoardReminders>(*reminderCenter_, context_);
+    try {
+        const auto outcome = reminders_->reconcile(clock_());
+        report.push_back("Board reminders: " + std::to_string(outcome.added) + " scheduled.");
+    } catch (const std::exception& error) {
+        logs::app.warning(std::string("Board reminders could not be scheduled: ") + error.what());
+    }
+
+    if (injector_) {
+        boardCapture_ = std::make_unique<BoardCaptureService>(
+            BoardCaptureService::Services{clipboard_, *injector_, *windows, scheduler_, toast_,
+                                          &sound_, nullptr},
+            context_, settings_, clock_, &ClipboardCaptureService::steadyUptime);
+        boardCapture_->clipboardConsumed = [this] { capture_->noteOwnWrite(); };
+        boardCapture_->captured = [this](const BoardStore::AddResult&) {
+            reminders_->reconcile(clock_());
+        };
+        std::string shortcut = "Board capture: Shift twice";
+        if (hotKeys_) {
+            const auto registered = boardCapture_->registerHotKeys(*hotKeys_, kBoardCaptureChord);
+            if (std::holds_alternative<HotKeyRegistered>(registered)) {
+                shortcut += ", or Ctrl+Alt+B";
+            } else if (const auto* taken = std::get_if<HotKeyTaken>(&registered)) {
+                shortcut += " (" + taken->message + ")";
+            }
+        }
+        report.push_back(shortcut + ".");
+    }
+
+    if (injector_) {
+        stackHotKeys_ = opened(X11HotKeys::open(), why);
+    }
+    if (stackHotKeys_ && pasteStack) {
+        watch(stackHotKeys_->fileDescriptor(), [this] { stackHotKeys_->processPendingEvents(); });
+        pasteStack_ = std::make_unique<PasteStackService>(context_, std::move(pasteStack),
+                                                          *stackHotKeys_, *this, scheduler_, clock_);
+        pasteStack_->setToast([this](std::string_view message) {
+            toast_.show(message, std::nullopt, "list.bullet.rectangle");
+        });
     }
 
     if (watcher_ && injector_ && grabProbe_) {
@@ -151,8 +201,14 @@ std::vector<std::string> AppServices::start() {
             {},
             {}};
         expansion_ = std::make_unique<ExpansionService>(std::move(collaborators));
-        expansion_->start(*watcher_);
+        expansion_->start(keyStream_);
         clipboard_.setPullHandler([this] { expansion_->pastePulled(); });
+        watcher_->setHandler([this](const KeyboardEvent& event) {
+            keyStream_.deliver(event);
+            if (boardCapture_) {
+                boardCapture_->handleKeyEvent(event, clock_());
+            }
+        });
         watch(watcher_->fileDescriptor(), [this] { watcher_->processPendingEvents(); });
         report.push_back("Text expansion: on (" + std::to_string(expansion_->triggerCount()) +
                          " keywords).");
@@ -186,6 +242,17 @@ TrayIcon::Toggles AppServices::trayToggles() {
             logs::app.info(paused ? "Clipboard capture paused." : "Clipboard capture resumed.");
         };
     }
+    if (pasteStack_) {
+        toggles.startPasteStack = [this] {
+            if (const auto refusal = pasteStack_->start()) {
+                toast_.show(*refusal, std::nullopt, "exclamationmark.triangle");
+            }
+        };
+        toggles.clearPasteStack = [this] { pasteStack_->clear(); };
+    }
+    if (boardCapture_) {
+        toggles.captureToBoard = [this] { boardCapture_->capture(); };
+    }
     return toggles;
 }
 
@@ -193,6 +260,13 @@ void AppServices::libraryChanged() {
     if (expansion_) {
         followSmartFieldDetection();
         expansion_->refresh();
+    }
+    if (reminders_) {
+        try {
+            reminders_->reconcile(clock_());
+        } catch (const std::exception& error) {
+            logs::app.warning(std::string("Board reminders could not be updated: ") + error.what());
+        }
     }
 }
 

@@ -4,10 +4,14 @@
 #include "AppUI/FillInController.h"
 #include "AppUI/QtClipboardAccess.h"
 #include "AppUI/QtScheduler.h"
+#include "AppUI/ToastPopup.h"
 #include "AppUI/TrayIcon.h"
+#include "Marlune/BoardCaptureService.h"
+#include "Marlune/BoardReminders.h"
 #include "Marlune/ClipboardCaptureService.h"
 #include "Marlune/DesktopActions.h"
 #include "Marlune/ExpansionService.h"
+#include "Marlune/PasteStackService.h"
 #include "MarluneCore/ModelContext.h"
 #include "MarluneCore/Settings.h"
 
@@ -40,13 +44,20 @@ public:
     AppServices(const AppServices&) = delete;
     AppServices& operator=(const AppServices&) = delete;
 
+    // The shortcut that captures the selection to the Board.
+    static constexpr KeyChord kBoardCaptureChord{{false, true, true, false}, 0x62}; // Ctrl+Alt+B
+
     // Opens the backends and starts the services; returns one line per facility saying
-    // whether it works (and why not), for the log.
-    std::vector<std::string> start();
+    // whether it works (and why not), for the log. `pasteStack` is the queue the command line
+    // shares.
+    std::vector<std::string> start(std::shared_ptr<PasteStackModel> pasteStack);
 
     // Null when the facility could not start.
     ExpansionService* expansion() { return expansion_.get(); }
     ClipboardCaptureService* capture() { return capture_.get(); }
+    BoardCaptureService* boardCapture() { return boardCapture_.get(); }
+    BoardReminders* reminders() { return reminders_.get(); }
+    PasteStackService* pasteStack() { return pasteStack_.get(); }
     HotKeys* hotKeys();
     ClipboardAccess& clipboard() { return clipboard_; }
     Scheduler& scheduler() { return scheduler_; }
@@ -57,7 +68,7 @@ public:
     TrayIcon::Toggles trayToggles();
 
     // The library or the settings changed (a command, an import): keywords and settings are
-    // read again.
+    // read again, and the Board's reminders follow its items.
     void libraryChanged();
 
     // Called with the keystrokes saved by each expansion, to keep the statistics.
@@ -97,6 +108,28 @@ private:
     FieldReaderSlot fieldReader_;
     std::unique_ptr<ExpansionService> expansion_;
     std::unique_ptr<ClipboardCaptureService> capture_;
+    ToastPopup toast_;
+    ThemeSoundPlayer sound_;
+    std::unique_ptr<BoardCaptureService> boardCapture_;
+    std::unique_ptr<ScheduledReminderCenter> reminderCenter_;
+    std::unique_ptr<BoardReminders> reminders_;
+    // The paste stack owns the handler of a hot-key connection of its own.
+    std::unique_ptr<X11HotKeys> stackHotKeys_;
+    std::unique_ptr<PasteStackService> pasteStack_;
+    // Hands the raw key stream to expansion and to the Board's double tap alike.
+    class KeyStreamTee : public KeyboardWatcher {
+    public:
+        void setHandler(Handler handler) override { handler_ = std::move(handler); }
+        void deliver(const KeyboardEvent& event) const {
+            if (handler_) {
+                handler_(event);
+            }
+        }
+
+    private:
+        Handler handler_;
+    };
+    KeyStreamTee keyStream_;
     std::vector<std::unique_ptr<QSocketNotifier>> notifiers_;
     ExpansionStats lastStats_;
 };

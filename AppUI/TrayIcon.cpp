@@ -43,6 +43,19 @@ TrayIcon::TrayIcon(Toggles toggles) : menu_(std::make_unique<QMenu>()) {
     };
     addToggle(QStringLiteral("Pause Text Expansion"), std::move(toggles.pauseExpansion));
     addToggle(QStringLiteral("Pause Clipboard Capture"), std::move(toggles.pauseCapture));
+    const auto addAction = [this](const QString& title, std::function<void()> action) {
+        if (!action) {
+            return;
+        }
+        QObject::connect(menu_->addAction(title), &QAction::triggered, this,
+                         [action = std::move(action)] { action(); });
+    };
+    if (toggles.captureToBoard || toggles.startPasteStack) {
+        menu_->addSeparator();
+    }
+    addAction(QStringLiteral("Capture Selection to Board"), std::move(toggles.captureToBoard));
+    addAction(QStringLiteral("Start Paste Stack"), std::move(toggles.startPasteStack));
+    addAction(QStringLiteral("Clear Paste Stack"), std::move(toggles.clearPasteStack));
     if (!menu_->actions().isEmpty()) {
         menu_->addSeparator();
     }

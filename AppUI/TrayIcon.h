@@ -20,6 +20,9 @@ public:
     struct Toggles {
         std::function<void(bool paused)> pauseExpansion;
         std::function<void(bool paused)> pauseCapture;
+        std::function<void()> captureToBoard;
+        std::function<void()> startPasteStack;
+        std::function<void()> clearPasteStack;
     };
 
     explicit TrayIcon(Toggles toggles = {});

@@ -16,8 +16,11 @@
 
 namespace marlune {
 
+class BoardCaptureService;
 class CLISocketServer;
 class DesktopActions;
+class PasteStackModel;
+class UsageStats;
 
 // What command handlers reach besides the request: the library, the settings and the facts of
 // this run. Everything here is used on the main thread only.
@@ -29,6 +32,12 @@ struct CLIEnvironment {
     bool headless = true;
     // The clipboard and paste path of GUI mode; null when headless.
     DesktopActions* desktop = nullptr;
+    // The Board's capture of the selection, GUI mode only.
+    BoardCaptureService* boardCapture = nullptr;
+    // The paste stack's queue, shared with the paste-stack service, and the expansion
+    // statistics. Left empty, each is opened from the library directory on first use.
+    std::shared_ptr<PasteStackModel> pasteStack;
+    std::shared_ptr<UsageStats> usageStats;
     std::string appVersion;
     std::function<Date()> now = dateNow;
     // Asks the application to quit after the current answer has been sent.
@@ -125,10 +134,17 @@ void registerProfileAndConfigCommands(CLIListener& listener);
 // The read side of the clipboard history.
 void registerClipCommands(CLIListener& listener);
 // --- cli2 register begin
+void registerPinboardCommands(CLIListener& listener);
+void registerTrashAndRuleCommands(CLIListener& listener);
+void registerStackCommands(CLIListener& listener);
 // --- cli2 register end
 // --- data register begin
+// The library document: data.export, data.import, and clip.import.
+void registerDataCommands(CLIListener& listener);
 // --- data register end
 // --- board register begin
+// The Board: sections, items, capture, export.
+void registerBoardCommands(CLIListener& listener);
 // --- board register end
 
 // Every command group available in this build.

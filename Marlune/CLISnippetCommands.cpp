@@ -1,6 +1,8 @@
 #include "ExpansionEngine/SnippetBodyValidator.h"
 #include "ExpansionEngine/SnippetRenderer.h"
+#include "Marlune/CLIClipSupport.h"
 #include "Marlune/CLIListener.h"
+#include "Marlune/DesktopActions.h"
 #include "Marlune/CLIRecordMapping.h"
 #include "Marlune/CLIResolvers.h"
 #include "MarluneCLIProtocol/CLICommandName.h"
@@ -566,7 +568,7 @@ void refuseDesktopActions(const ExpandArgs& args, CLICall& call) {
         return;
     }
     const std::string what = args.copy && !args.paste && !args.into ? "copy" : "paste";
-    if (call.environment().headless) {
+    if (call.environment().desktop == nullptr) {
         throw CLIError(CLIErrorCode::capability,
                        "Can't " + what +
                            ": Marlune is running without a display, so there is no clipboard "
@@ -574,11 +576,37 @@ void refuseDesktopActions(const ExpandArgs& args, CLICall& call) {
                            what + " into.",
                        "Leave out --paste, --copy and --into to print the text instead.");
     }
-    throw CLIError(CLIErrorCode::capability,
-                   "Can't " + what +
-                       ": this build of Marlune can't reach the clipboard from the "
-                       "command line yet.",
-                   "Leave out --paste, --copy and --into to print the text instead.");
+}
+
+// Copies or pastes the expanded text through the desktop, as the flags ask; `--into` pastes.
+void deliverExpansion(const ExpandArgs& args, const std::string& text, CLICall& call,
+                      ExpandResultDTO& result) {
+    auto* desktop = call.environment().desktop;
+    if (desktop == nullptr || (!args.paste && !args.copy && !args.into)) {
+        return;
+    }
+    PasteboardSnapshot content = PasteboardSnapshot::fromItems(
+        {{{PasteboardSnapshot::Payload::fromText("text/plain;charset=utf-8", text)}}});
+    if (args.copy) {
+        desktop->copyToClipboard(content);
+        result.actions.copied = true;
+    }
+    if (!args.paste && !args.into) {
+        return;
+    }
+    if (args.into) {
+        if (auto missing = desktop->activate(*args.into)) {
+            throw CLIError(CLIErrorCode::notFound, *missing,
+                           "Open the application first, or leave out --into to paste into the "
+                           "frontmost one.");
+        }
+        result.actions.pasteTarget = PasteTargetDTO{*args.into, std::nullopt};
+    }
+    if (auto refusal = desktop->paste(content)) {
+        throw CLIError(CLIErrorCode::capability, "Can't paste: " + *refusal,
+                       "Use --copy to put the text on the clipboard instead.");
+    }
+    result.actions.pasted = true;
 }
 
 ExpandResultDTO expandSnippet(const ExpandArgs& args, CLICall& call) {
@@ -641,8 +669,12 @@ ExpandResultDTO expandSnippet(const ExpandArgs& args, CLICall& call) {
     result.text = rendered.text;
     result.cursorOffset = rendered.cursorOffset;
     result.actions.stdOut = true;
+    deliverExpansion(args, rendered.text, call, result);
     if (args.recordUsage.value_or(false)) {
         SnippetStore(context).recordUse(snippet.id, call.now());
+        CLIClipSupport::recordExpansion(
+            call, CLIRecordMapping::keywordPrefix(call.settings()) + snippet.keyword,
+            rendered.text);
         result.usageRecorded = true;
     }
     return result;

@@ -6,7 +6,11 @@
 #include "AppUI/TrayIcon.h"
 #include "Marlune/CLIListener.h"
 #include "Marlune/LibraryBootstrap.h"
+#include "Marlune/PasteStackService.h"
+#include "MarluneCore/BoardAutoArchive.h"
+#include "MarluneCore/BoardMembershipBackfill.h"
 #include "MarluneCore/ClipStore.h"
+#include "MarluneCore/UsageStats.h"
 #include "MarluneCore/Log.h"
 #include "MarluneCore/MainActor.h"
 #include "MarluneCore/SnippetStore.h"
@@ -117,9 +121,17 @@ int main(int argc, char** argv) {
                        (headless ? "; running headless." : "."));
     }
 
+    // The Board's one-time membership backfill, then (now and hourly, with the Trash and
+    // history purges) the archive of long-finished Board items.
+    try {
+        BoardMembershipBackfill::run(context, *library.settings);
+    } catch (const std::exception& error) {
+        logs::app.error(std::string("Board backfill failed: ") + error.what());
+    }
     auto upkeep = [&] {
         try {
             runMaintenance(context, *library.settings, dateNow());
+            BoardAutoArchive::archiveFinishedItems(context, *library.settings, dateNow());
         } catch (const std::exception& error) {
             logs::app.error(std::string("Library upkeep failed: ") + error.what());
         }
@@ -151,18 +163,32 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
 
     // The desktop services: expansion, capture, the fill-in form. Each says whether it works.
+    // Shared by the command line and the desktop services.
+    auto pasteStack = PasteStackLibrary::open(library.paths.libraryDirectory, context);
+    auto usageStats = std::make_shared<UsageStats>(library.paths.libraryDirectory /
+                                                   UsageStats::fileName);
     std::unique_ptr<AppServices> services;
     if (!headless) {
         services = std::make_unique<AppServices>(context, *library.settings);
-        for (const auto& line : services->start()) {
+        for (const auto& line : services->start(pasteStack)) {
             logs::app.info(line);
         }
+        services->onExpansion = [usageStats](std::int64_t keystrokesSaved) {
+            try {
+                usageStats->record(dateNow(), keystrokesSaved);
+            } catch (const std::exception& error) {
+                logs::app.warning(std::string("Could not keep the statistics: ") + error.what());
+            }
+        };
     }
 
     // The command line: requests arrive on the server's thread and are answered here, on the
     // main thread, through the event loop.
     CLIEnvironment cliEnvironment;
     cliEnvironment.desktop = services.get();
+    cliEnvironment.boardCapture = services ? services->boardCapture() : nullptr;
+    cliEnvironment.pasteStack = pasteStack;
+    cliEnvironment.usageStats = usageStats;
     cliEnvironment.afterCommand = [&services](std::string_view command) {
         // Anything that may change keywords, bodies, the profile or the settings.
         static constexpr std::string_view readVerbs[] = {".list", ".get", ".search", ".show"};
@@ -173,7 +199,8 @@ int main(int argc, char** argv) {
         }
         if (services && (command.starts_with("snippet.") || command.starts_with("group.") ||
                          command.starts_with("profile.") || command.starts_with("config.") ||
-                         command.starts_with("data.") || command.starts_with("trash."))) {
+                         command.starts_with("data.") || command.starts_with("trash.") ||
+                         command.starts_with("board.") || command.starts_with("clip."))) {
             services->libraryChanged();
         }
     };

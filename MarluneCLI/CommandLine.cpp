@@ -1,12 +1,14 @@
 #include "MarluneCLI/CommandLine.h"
 
 #include "MarluneCLI/Completions.h"
+#include "MarluneCLIProtocol/BoardRecords.h"
 #include "MarluneCLIProtocol/CLIArgs.h"
 #include "MarluneCLIProtocol/CLICommandName.h"
 #include "MarluneCLIProtocol/CLIDateFormat.h"
 #include "MarluneCLIProtocol/CLIErrorCode.h"
 #include "MarluneCLIProtocol/ClipRecords.h"
 #include "MarluneCLIProtocol/CommonRecords.h"
+#include "MarluneCLIProtocol/DataRecords.h"
 #include "MarluneCLIProtocol/LibraryRecords.h"
 #include "MarluneCLIProtocol/SnippetRecords.h"
 #include "MarluneCLIProtocol/SystemRecords.h"
@@ -93,10 +95,37 @@ public:
             addConfig();
         }
         // --- cli2 nouns begin
+        if (wants("pinboard")) {
+            addPinboards();
+        }
+        if (wants("trash")) {
+            addTrash();
+        }
+        if (wants("rule")) {
+            addRules();
+        }
+        if (wants("stack")) {
+            addStack();
+        }
+        if (wants("stats")) {
+            addStats();
+        }
+        if (wants("sync")) {
+            addSync();
+        }
+        if (wants("app")) {
+            addApp();
+        }
         // --- cli2 nouns end
         // --- data nouns begin
+        if (wants("data")) {
+            addData();
+        }
         // --- data nouns end
         // --- board nouns begin
+        if (wants("board")) {
+            addBoard();
+        }
         // --- board nouns end
         // Always present: run() asks whether it was chosen.
         addCompletion();
@@ -234,27 +263,42 @@ private:
         leaf(command, name, args);
     }
 
+    void clipRef(CLI::App* command, std::string& ref) {
+        command->add_option("ref", ref, "The clip: its id, or the start of it")->required();
+    }
+
     void addClips() {
-        auto* clips = noun("clip", "Clipboard history: list, show and search clips");
+        auto* clips = noun("clip", "Clipboard history: list, show, search, copy and paste clips");
+        const std::vector<std::string> kinds = {"text", "richText", "url", "image", "file", "color"};
         {
             auto* command = clips->add_subcommand("list", "List clips, most recent first");
             auto args = std::make_shared<ListArgs>();
             command->add_option_function<std::string>(
                 "query", [args](const std::string& value) { args->query = value; },
                 "Only clips whose text contains this");
-            choice(command, "--kind", args, &ListArgs::kind,
-                   {"text", "richText", "url", "image", "file", "color"},
-                   "Only clips of this kind");
+            choice(command, "--kind", args, &ListArgs::kind, kinds, "Only clips of this kind");
             command->add_flag_function(
                 "--pinned", [args](std::int64_t) { args->pinnedOnly = true; }, "Only pinned clips");
+            optional(command, "--tag", args, &ListArgs::tagRef, "Only clips with this tag");
+            optional(command, "--pinboard", args, &ListArgs::pinboardRef,
+                     "Only clips on this pinboard");
+            optional(command, "--from", args, &ListArgs::sourceAppBundleID,
+                     "Only clips copied in this application (its window class)");
+            choice(command, "--sort", args, &ListArgs::sort, {"recent", "created", "mostRecopied"},
+                   "Sort by last copy (default), first capture, or copies");
+            choice(command, "--order", args, &ListArgs::order, {"asc", "desc"},
+                   "Sort order (default desc)");
+            command->add_flag_function(
+                "--trashed", [args](std::int64_t) { args->trashed = true; },
+                "List clips in the Trash instead");
             paging(command, args);
             leaf(command, CLICommandName::clipList, args);
         }
         {
             auto* command = clips->add_subcommand("get", "Show one clip with its flavours");
             auto args = std::make_shared<GetArgs>();
-            command->add_option("ref", args->ref, "The clip: its id, or the start of it")
-                ->required();
+            clipRef(command, args->ref);
+            command->add_flag("--raw", args->raw, "Include the bytes of images and files (Base64)");
             leaf(command, CLICommandName::clipGet, args);
         }
         {
@@ -262,11 +306,93 @@ private:
             auto args = std::make_shared<SearchArgs>();
             command->add_option("query", args->query, "What to look for")->required();
             command->add_flag("--semantic", args->semantic, "Search by meaning, not by text");
-            choice(command, "--kind", args, &SearchArgs::kind,
-                   {"text", "richText", "url", "image", "file", "color"},
-                   "Only clips of this kind");
+            choice(command, "--kind", args, &SearchArgs::kind, kinds, "Only clips of this kind");
             paging(command, args);
             leaf(command, CLICommandName::clipSearch, args);
+        }
+        const auto copyOptions = [this](CLI::App* command, std::shared_ptr<ClipCopyArgs> args) {
+            clipRef(command, args->ref);
+            optional(command, "-r,--representation", args, &ClipCopyArgs::representation,
+                     "Only this flavour: text, html, rtf, url, file, png, ... or its type");
+            optional(command, "--transform", args, &ClipCopyArgs::transform,
+                     "Transform the text first (uppercase, lowercase, pretty-json, slug, ...)");
+        };
+        {
+            auto* command = clips->add_subcommand(
+                "copy", "Put a clip back on the clipboard (prints its text without a display)");
+            auto args = std::make_shared<ClipCopyArgs>();
+            copyOptions(command, args);
+            leaf(command, CLICommandName::clipCopy, args);
+        }
+        {
+            auto* command = clips->add_subcommand("paste", "Paste a clip into the frontmost application");
+            auto args = std::make_shared<ClipCopyArgs>();
+            copyOptions(command, args);
+            optional(command, "--into", args, &ClipCopyArgs::into,
+                     "Paste into this application instead");
+            leaf(command, CLICommandName::clipPaste, args);
+        }
+        {
+            auto* command = clips->add_subcommand(
+                "paste-stack", "Paste several clips at once, a line each, in the order given");
+            auto args = std::make_shared<ClipPasteStackArgs>();
+            command->add_option("refs", args->refs, "The clips: ids, or their starts")->required();
+            optional(command, "--transform", args, &ClipPasteStackArgs::transform,
+                     "Transform each text first");
+            optional(command, "--into", args, &ClipPasteStackArgs::into,
+                     "Paste into this application instead");
+            leaf(command, CLICommandName::clipPasteStack, args);
+        }
+        for (const auto& [verb, name, description] :
+             {std::tuple{"pin", CLICommandName::clipPin, "Pin a clip so the history keeps it"},
+              std::tuple{"unpin", CLICommandName::clipUnpin, "Unpin a clip"}}) {
+            auto* command = clips->add_subcommand(verb, description);
+            auto args = std::make_shared<RefArgs>();
+            clipRef(command, args->ref);
+            command->add_flag("--dry-run", args->dryRun, "Show the result, change nothing");
+            leaf(command, name, args);
+        }
+        {
+            auto* command = clips->add_subcommand("delete", "Move a clip to the Trash");
+            auto args = std::make_shared<RefArgs>();
+            clipRef(command, args->ref);
+            command->add_flag("--dry-run", args->dryRun, "Show what would be deleted, change nothing");
+            command->add_flag_function(
+                "--now", [args](std::int64_t) { args->now = true; },
+                "Delete at once instead of moving to the Trash");
+            leaf(command, CLICommandName::clipDelete, args);
+        }
+        {
+            auto* command = clips->add_subcommand("promote", "Make a snippet of a clip's text");
+            auto args = std::make_shared<ClipPromoteArgs>();
+            clipRef(command, args->ref);
+            optional(command, "-k,--keyword", args, &ClipPromoteArgs::keyword,
+                     "What to type to expand it");
+            optional(command, "--title", args, &ClipPromoteArgs::title,
+                     "The snippet's title (default: the clip's first line)");
+            optional(command, "-g,--group", args, &ClipPromoteArgs::groupRef, "Put it in this group");
+            leaf(command, CLICommandName::clipPromote, args);
+        }
+        {
+            auto* command = clips->add_subcommand(
+                "purge", "Delete old history for good (pinned clips and pinboards are kept)");
+            auto args = std::make_shared<ClipPurgeArgs>();
+            optional(command, "--keep-last", args, &ClipPurgeArgs::keepLast,
+                     "Keep this many of the most recent clips")
+                ->check(CLI::NonNegativeNumber);
+            optional(command, "--older-than", args, &ClipPurgeArgs::olderThan,
+                     "Delete clips last copied before this: an age (+7d, 36h, 2w) or a date");
+            command->add_flag("--dry-run", args->dryRun, "Show what would be deleted, change nothing");
+            const std::string path = pathOf(command);
+            leaf<ClipPurgeArgs>(command, CLICommandName::clipPurge, args,
+                                [path](ClipPurgeArgs& a) -> std::optional<CLIErrorPayload> {
+                                    if (!a.keepLast && !a.olderThan) {
+                                        return usageError("Say what to purge: --keep-last N, "
+                                                          "--older-than AGE, or both.",
+                                                          helpHint(path));
+                                    }
+                                    return std::nullopt;
+                                });
         }
     }
 
@@ -607,12 +733,460 @@ private:
     }
 
     // --- cli2 builders begin
+    void addPinboards() {
+        auto* pinboards = noun("pinboard", "Pinboards: collections of clips");
+        addList(pinboards, CLICommandName::pinboardList, "pinboards", false);
+        {
+            auto* command = pinboards->add_subcommand("get", "Show one pinboard");
+            auto args = std::make_shared<GetArgs>();
+            ref(command, args, "pinboard");
+            choice(command, "--by", args, &GetArgs::by, {"name", "id"},
+                   "Match the reference only against the name or only the id");
+            leaf(command, CLICommandName::pinboardGet, args);
+        }
+        const auto writeOptions = [this](CLI::App* command,
+                                         std::shared_ptr<PinboardWriteArgs> args) {
+            optional(command, "--icon", args, &PinboardWriteArgs::iconSymbol, "Icon symbol name");
+            optional(command, "--color", args, &PinboardWriteArgs::colorRole, "Colour role");
+            optional(command, "--sort-index", args, &PinboardWriteArgs::sortIndex,
+                     "Position among the pinboards");
+        };
+        {
+            auto* command = pinboards->add_subcommand("create", "Create a pinboard");
+            auto args = std::make_shared<PinboardWriteArgs>();
+            command
+                ->add_option_function<std::string>(
+                    "name", [args](const std::string& value) { args->name = value; },
+                    "The pinboard's name")
+                ->required();
+            writeOptions(command, args);
+            leaf(command, CLICommandName::pinboardCreate, args);
+        }
+        {
+            auto* command = pinboards->add_subcommand("update", "Change a pinboard");
+            auto args = std::make_shared<PinboardWriteArgs>();
+            command
+                ->add_option_function<std::string>(
+                    "ref", [args](const std::string& value) { args->ref = value; },
+                    "The pinboard: its id or name")
+                ->required();
+            optional(command, "--name", args, &PinboardWriteArgs::name, "New name");
+            writeOptions(command, args);
+            leaf(command, CLICommandName::pinboardUpdate, args);
+        }
+        {
+            auto* command = pinboards->add_subcommand(
+                "delete", "Delete a pinboard (its clips stay in the history)");
+            auto args = std::make_shared<RefArgs>();
+            ref(command, args, "pinboard");
+            command->add_flag("--dry-run", args->dryRun, "Show what would be deleted, change nothing");
+            leaf(command, CLICommandName::pinboardDelete, args);
+        }
+        for (const auto& [verb, name, description] :
+             {std::tuple{"add-clip", CLICommandName::pinboardAddClip, "Put clips on a pinboard"},
+              std::tuple{"remove-clip", CLICommandName::pinboardRemoveClip,
+                         "Take clips off a pinboard"}}) {
+            auto* command = pinboards->add_subcommand(verb, description);
+            auto args = std::make_shared<PinboardClipArgs>();
+            command->add_option("pinboard", args->pinboardRef, "The pinboard: its id or name")
+                ->required();
+            command->add_option("clips", args->clipRefs, "The clips: ids, or their starts")
+                ->required();
+            leaf(command, name, args);
+        }
+    }
+
+    void addTrash() {
+        auto* trash = noun("trash", "The Trash: deleted snippets and clips, kept for 30 days");
+        {
+            auto* command = trash->add_subcommand("list", "List what is in the Trash");
+            auto args = std::make_shared<TrashListArgs>();
+            paging(command, args);
+            leaf(command, CLICommandName::trashList, args);
+        }
+        {
+            auto* command = trash->add_subcommand("restore", "Bring a snippet or clip back");
+            auto args = std::make_shared<TrashRestoreArgs>();
+            command
+                ->add_option("ref", args->ref,
+                             "The item: its id or the start of it, or a snippet's title or keyword")
+                ->required();
+            leaf(command, CLICommandName::trashRestore, args);
+        }
+        {
+            auto* command = trash->add_subcommand("empty", "Delete everything in the Trash for good");
+            auto args = std::make_shared<TrashEmptyArgs>();
+            command->add_flag("--dry-run", args->dryRun, "Show what would be deleted, change nothing");
+            leaf(command, CLICommandName::trashEmpty, args);
+        }
+    }
+
+    void addRules() {
+        auto* rules = noun("rule", "Capture rules: applications whose copies stay out of the history");
+        leaf(rules->add_subcommand("list", "List the capture rules"), CLICommandName::ruleList,
+             std::make_shared<EmptyArgs>());
+        {
+            auto* command = rules->add_subcommand("add", "Keep an application's copies out of the history");
+            auto args = std::make_shared<CaptureRuleWriteArgs>();
+            args->enabled = true;
+            command->add_option("app", args->bundleID, "The application's window class")->required();
+            optional(command, "--name", args, &CaptureRuleWriteArgs::appName,
+                     "The application's name, for display");
+            command->add_flag_function(
+                "--disabled", [args](std::int64_t) { args->enabled = false; },
+                "Add the rule switched off");
+            leaf(command, CLICommandName::ruleAdd, args);
+        }
+        {
+            auto* command = rules->add_subcommand("remove", "Remove a capture rule");
+            auto args = std::make_shared<CaptureRuleWriteArgs>();
+            command->add_option("app", args->bundleID, "The application's window class, or the rule's id")
+                ->required();
+            leaf(command, CLICommandName::ruleRemove, args);
+        }
+    }
+
+    void addStack() {
+        auto* stack = noun("stack", "The Paste Stack: items pasted one after another, oldest first");
+        {
+            auto* command = stack->add_subcommand("push", "Queue clips (or snippets with --snippet)");
+            auto args = std::make_shared<StackPushArgs>();
+            command->add_option("refs", args->refs, "Clip ids or their starts; snippets by keyword or title")
+                ->required();
+            command->add_flag("--snippet", args->snippet, "The refs name snippets");
+            choice(command, "--by", args, &StackPushArgs::by, {"keyword", "title", "id"},
+                   "Match snippet references only against this");
+            leaf(command, CLICommandName::stackPush, args);
+        }
+        leaf(stack->add_subcommand("list", "Show the queue"), CLICommandName::stackList,
+             std::make_shared<EmptyArgs>());
+        leaf(stack->add_subcommand("pop", "Take the oldest item off the queue"),
+             CLICommandName::stackPop, std::make_shared<EmptyArgs>());
+        {
+            auto* command = stack->add_subcommand("paste", "Paste the whole queue and empty it");
+            auto args = std::make_shared<StackPasteArgs>();
+            optional(command, "--into", args, &StackPasteArgs::into,
+                     "Paste into this application instead of the frontmost one");
+            leaf(command, CLICommandName::stackPaste, args);
+        }
+        leaf(stack->add_subcommand("clear", "Empty the queue"), CLICommandName::stackClear,
+             std::make_shared<EmptyArgs>());
+    }
+
+    void addStats() {
+        auto* stats = noun("stats", "How much typing the snippets saved");
+        leaf(stats->add_subcommand("show", "Expansions and keystrokes saved, this week and in all"),
+             CLICommandName::statsShow, std::make_shared<EmptyArgs>());
+    }
+
+    void addSync() {
+        auto* sync = noun("sync", "Sync across devices (not available in this release)");
+        leaf(sync->add_subcommand("status", "Whether the library syncs"), CLICommandName::syncStatus,
+             std::make_shared<EmptyArgs>());
+        leaf(sync->add_subcommand("doctor", "A report on sync and the store"),
+             CLICommandName::syncDoctor, std::make_shared<EmptyArgs>());
+    }
+
+    void addApp() {
+        auto* app = noun("app", "The application itself");
+        for (const auto& [verb, name, description] :
+             {std::tuple{"open", CLICommandName::appOpen, "Open the main window"},
+              std::tuple{"quick-paste", CLICommandName::appQuickPaste, "Open quick paste"},
+              std::tuple{"palette", CLICommandName::appPalette, "Open the snippet palette"},
+              std::tuple{"cheat-sheet", CLICommandName::appCheatSheet, "Open the cheat sheet"},
+              std::tuple{"quit", CLICommandName::appQuit, "Quit Marlune"}}) {
+            leaf(app->add_subcommand(verb, description), name, std::make_shared<EmptyArgs>());
+        }
+    }
     // --- cli2 builders end
 
     // --- data builders begin
+    // The file a data import reads and the format it is in; the runner reads and converts it.
+    std::optional<std::string> importFile_;
+    std::optional<std::string> importFormat_;
+
+    void addData() {
+        auto* data = noun("data", "The whole library as one document: export and import");
+        {
+            auto* command = data->add_subcommand(
+                "export", "Print the library as a document (redirect it to a file)");
+            auto args = std::make_shared<DataExportArgs>();
+            command->add_flag("--snippets", args->snippets, "Include the snippets");
+            command->add_flag("--groups", args->groups, "Include the snippet groups");
+            command->add_flag("--tags", args->tags, "Include the tags");
+            command->add_flag("--pinboards", args->pinboards, "Include the pinboards (no clips)");
+            command->add_flag("--profile", args->profile, "Include the profile variables");
+            command->add_flag("--settings", args->settings, "Include the settings");
+            command->footer("Without a flag, everything is exported.");
+            leaf(command, CLICommandName::dataExport, args);
+        }
+        {
+            auto* command = data->add_subcommand(
+                "import", "Import a Marlune export or another tool's snippet library");
+            auto args = std::make_shared<DataImportArgs>();
+            auto file = std::make_shared<std::string>();
+            auto format = std::make_shared<std::string>();
+            command->add_option("file", *file, "The file to import ('-' for standard input)")
+                ->required();
+            command->add_flag("--replace", args->replace,
+                              "Make the file the whole snippet library (the rest goes to the Trash)");
+            command->add_flag("--dry-run", args->dryRun, "Show what would change, change nothing");
+            auto* formatOption = command->add_option(
+                "--format", *format, "The file's format, when its name doesn't tell");
+            const std::vector<std::string> formats = {"espanso", "textexpander", "raycast",
+                                                      "alfred", "marlune"};
+            formatOption->check(CLI::IsMember(formats));
+            choices_[formatOption] = formats;
+            leaf<DataImportArgs>(command, CLICommandName::dataImport, args,
+                                 [this, file, format](DataImportArgs& a)
+                                     -> std::optional<CLIErrorPayload> {
+                                     a.merge = !a.replace;
+                                     importFile_ = *file;
+                                     if (!format->empty()) {
+                                         importFormat_ = *format;
+                                     }
+                                     return std::nullopt;
+                                 });
+        }
+    }
     // --- data builders end
 
     // --- board builders begin
+    // The Board: items are named by id (or its start), sections by name.
+    void itemIDs(CLI::App* command, std::vector<std::string>& ids) {
+        command->add_option("ids", ids, "Items: their ids (or the start of each), or their text")
+            ->required();
+    }
+
+    void addBoard() {
+        auto* board = noun("board", "The Board: a to-do list of clips, in sections");
+        const auto emptyLeaf = [&](const std::string& name, std::string_view command,
+                                   const std::string& description) {
+            leaf(board->add_subcommand(name, description), command, std::make_shared<EmptyArgs>());
+        };
+        {
+            auto* command = board->add_subcommand("show", "Show the Board panel");
+            auto args = std::make_shared<BoardShowArgs>();
+            optional(command, "--section", args, &BoardShowArgs::section, "Open this section");
+            leaf(command, CLICommandName::boardShow, args);
+        }
+        emptyLeaf("hide", CLICommandName::boardHide, "Hide the Board panel");
+        emptyLeaf("toggle", CLICommandName::boardToggle, "Show or hide the Board panel");
+        emptyLeaf("draw", CLICommandName::boardDraw, "Add a drawing to the Board");
+        emptyLeaf("sections", CLICommandName::boardSections, "List the Board's sections");
+        {
+            auto* command = board->add_subcommand("use", "Switch to a section");
+            auto args = std::make_shared<BoardUseArgs>();
+            command->add_option("section", args->ref, "The section: its name or id")->required();
+            command->add_flag("--create", args->create, "Create the section when it is missing");
+            leaf(command, CLICommandName::boardUse, args);
+        }
+        {
+            auto* command = board->add_subcommand("list", "List the items of a section");
+            auto args = std::make_shared<BoardListArgs>();
+            command->add_option_function<std::string>(
+                "section", [args](const std::string& value) { args->section = value; },
+                "The section (default: the active one)");
+            command->add_flag("--all", args->all, "Every section");
+            auto* done = command->add_flag_function(
+                "--done", [args](std::int64_t) { args->done = true; }, "Only done items");
+            auto* open = command->add_flag_function(
+                "--open", [args](std::int64_t) { args->done = false; }, "Only open items");
+            done->excludes(open);
+            optional(command, "--tag", args, &BoardListArgs::tag, "Only items with this tag");
+            choice(command, "--type", args, &BoardListArgs::type,
+                   {"text", "richText", "url", "image", "file", "color"},
+                   "Only items of this kind");
+            command->add_flag("--snoozed", args->snoozed, "Only snoozed items");
+            leaf(command, CLICommandName::boardList, args);
+        }
+        {
+            auto* command = board->add_subcommand("add", "Add text as a new item");
+            auto args = std::make_shared<BoardAddArgs>();
+            auto words = std::make_shared<std::vector<std::string>>();
+            command->add_option("text", *words, "The item's text")->required();
+            optional(command, "-s,--section", args, &BoardAddArgs::section,
+                     "Add it to this section (default: the active one)");
+            optional(command, "--from", args, &BoardAddArgs::from,
+                     "Name of the agent adding it (shown as its source)");
+            leaf<BoardAddArgs>(command, CLICommandName::boardAdd, args,
+                               [words](BoardAddArgs& a) -> std::optional<CLIErrorPayload> {
+                                   std::string text;
+                                   for (const auto& word : *words) {
+                                       text += (text.empty() ? "" : " ") + word;
+                                   }
+                                   a.text = std::move(text);
+                                   return std::nullopt;
+                               });
+        }
+        {
+            auto* command =
+                board->add_subcommand("capture", "Add what is selected in the frontmost window");
+            auto args = std::make_shared<BoardCaptureArgs>();
+            command->add_flag("--choose", args->choose, "Pick the section first");
+            leaf(command, CLICommandName::boardCapture, args);
+        }
+        const auto itemsLeaf = [&](const std::string& name, std::string_view commandName,
+                                   const std::string& description) {
+            auto* command = board->add_subcommand(name, description);
+            auto args = std::make_shared<BoardItemsArgs>();
+            itemIDs(command, args->ids);
+            leaf(command, commandName, args);
+        };
+        itemsLeaf("check", CLICommandName::boardCheck, "Tick items done");
+        itemsLeaf("uncheck", CLICommandName::boardUncheck, "Open done items again");
+        itemsLeaf("remove", CLICommandName::boardRemove,
+                  "Take items off the Board (they stay in the clipboard history)");
+        itemsLeaf("pin", CLICommandName::boardPin, "Pin items to the top");
+        itemsLeaf("unpin", CLICommandName::boardUnpin, "Unpin items");
+        itemsLeaf("wake", CLICommandName::boardWake, "Bring snoozed items back now");
+        itemsLeaf("merge", CLICommandName::boardMerge, "Join two or more text items into one");
+        {
+            auto* command = board->add_subcommand("next", "Copy the first open item");
+            auto args = std::make_shared<BoardNextArgs>();
+            optional(command, "-s,--section", args, &BoardNextArgs::section,
+                     "From this section (default: the active one)");
+            leaf(command, CLICommandName::boardNext, args);
+        }
+        {
+            auto* command = board->add_subcommand("copy", "Copy items (default: the active section)");
+            auto args = std::make_shared<BoardCopyArgs>();
+            command->add_option("ids", args->ids, "Items: ids or text");
+            command->add_flag("--list", args->list, "As a list, done items marked");
+            command->add_flag("--markdown", args->markdown, "As a Markdown task list");
+            leaf(command, CLICommandName::boardCopy, args);
+        }
+        {
+            auto* command =
+                board->add_subcommand("file", "File items out of the Board into a pinboard");
+            auto args = std::make_shared<BoardFileArgs>();
+            itemIDs(command, args->ids);
+            command->add_option("--to", args->to, "The pinboard (e.g. \"Board Archive\")")
+                ->required();
+            leaf(command, CLICommandName::boardFile, args);
+        }
+        const std::string whenHelp =
+            "later-today, today, tomorrow, weekend, next-week, +3h, +2d or ISO 8601";
+        {
+            auto* command = board->add_subcommand("snooze", "Hide items until a moment");
+            auto args = std::make_shared<BoardSnoozeArgs>();
+            itemIDs(command, args->ids);
+            command->add_option("--until", args->until, whenHelp)->required();
+            leaf(command, CLICommandName::boardSnooze, args);
+        }
+        {
+            auto* command = board->add_subcommand("due", "Set or clear due dates");
+            auto args = std::make_shared<BoardDueArgs>();
+            itemIDs(command, args->ids);
+            auto* at = optional(command, "--at", args, &BoardDueArgs::at, whenHelp);
+            auto* clear = command->add_flag_function(
+                "--clear", [args](std::int64_t) { args->at.reset(); }, "Clear the due date");
+            at->excludes(clear);
+            const std::string path = pathOf(command);
+            leaf<BoardDueArgs>(command, CLICommandName::boardDue, args,
+                               [clear, path](BoardDueArgs& a) -> std::optional<CLIErrorPayload> {
+                                   if (!a.at && clear->count() == 0) {
+                                       return usageError("Say when: --at WHEN, or --clear.",
+                                                         helpHint(path));
+                                   }
+                                   return std::nullopt;
+                               });
+        }
+        {
+            auto* command = board->add_subcommand("note", "Set an item's note (none clears it)");
+            auto args = std::make_shared<BoardNoteArgs>();
+            command->add_option("id", args->id, "The item")->required();
+            command->add_option_function<std::string>(
+                "text", [args](const std::string& value) { args->text = value; }, "The note");
+            leaf(command, CLICommandName::boardNote, args);
+        }
+        {
+            auto* command = board->add_subcommand("move", "Move an item within its section");
+            auto args = std::make_shared<BoardMoveArgs>();
+            command->add_option("id", args->id, "The item")->required();
+            auto* before =
+                optional(command, "--before", args, &BoardMoveArgs::before, "Just above this item");
+            auto* after =
+                optional(command, "--after", args, &BoardMoveArgs::after, "Just below this item");
+            auto* position = optional(command, "--position", args, &BoardMoveArgs::position,
+                                      "top, bottom, or a place from 1");
+            before->excludes(after)->excludes(position);
+            after->excludes(position);
+            const std::string path = pathOf(command);
+            leaf<BoardMoveArgs>(command, CLICommandName::boardMove, args,
+                                [path](BoardMoveArgs& a) -> std::optional<CLIErrorPayload> {
+                                    if (!a.before && !a.after && !a.position) {
+                                        return usageError("Say where: --before ID, --after ID "
+                                                          "or --position N|top|bottom.",
+                                                          helpHint(path));
+                                    }
+                                    return std::nullopt;
+                                });
+        }
+        {
+            auto* command = board->add_subcommand("clear-completed",
+                                                  "Take a section's done items off the Board");
+            auto args = std::make_shared<BoardClearArgs>();
+            optional(command, "-s,--section", args, &BoardClearArgs::section,
+                     "This section (default: the active one)");
+            leaf(command, CLICommandName::boardClearCompleted, args);
+        }
+        {
+            auto* command = board->add_subcommand("search", "Search the Board's items");
+            auto args = std::make_shared<BoardSearchArgs>();
+            command->add_option("query", args->query, "What to look for")->required();
+            command->add_flag("--history", args->history,
+                              "Also search the clipboard history off the Board");
+            optional(command, "--limit", args, &BoardSearchArgs::limit, "At most this many hits")
+                ->check(CLI::Range(std::int64_t{1}, std::int64_t{10'000}));
+            leaf(command, CLICommandName::boardSearch, args);
+        }
+        {
+            auto* command =
+                board->add_subcommand("export", "Write sections as Markdown files");
+            auto args = std::make_shared<BoardExportArgs>();
+            auto* section = optional(command, "-s,--section", args, &BoardExportArgs::section,
+                                     "This section (default: the active one)");
+            auto* all = command->add_flag("--all", args->all, "Every section");
+            section->excludes(all);
+            auto* dir = optional(command, "--dir", args, &BoardExportArgs::dir,
+                                 "Into this folder (default: board.exportDirectory)");
+            auto* obsidian =
+                command->add_flag("--obsidian", args->obsidian, "Into the Obsidian vault");
+            dir->excludes(obsidian);
+            command->add_flag("--force", args->force, "Replace files that exist");
+            leaf(command, CLICommandName::boardExport, args);
+        }
+        {
+            auto* command = board->add_subcommand("transform", "Rewrite items with on-device AI");
+            auto args = std::make_shared<BoardTransformArgs>();
+            itemIDs(command, args->ids);
+            command->add_option("--style", args->style, "How to rewrite them")->required();
+            optional(command, "--to", args, &BoardTransformArgs::to, "Target language or form");
+            leaf(command, CLICommandName::boardTransform, args);
+        }
+        {
+            auto* command = board->add_subcommand("tag", "Add or remove tags on items");
+            auto args = std::make_shared<BoardTagArgs>();
+            itemIDs(command, args->ids);
+            command->add_option("--add", args->add, "Add this tag (repeatable)")
+                ->allow_extra_args(false);
+            command->add_option("--remove", args->remove, "Remove this tag (repeatable)")
+                ->allow_extra_args(false);
+            command->add_flag("--suggest", args->suggest, "Suggest tags with on-device AI");
+            leaf(command, CLICommandName::boardTag, args);
+        }
+        {
+            auto* command = board->add_subcommand("ask", "Ask a question about the Board");
+            auto args = std::make_shared<BoardAskArgs>();
+            command->add_option("question", args->question, "The question")->required();
+            optional(command, "-s,--section", args, &BoardAskArgs::section, "Only this section");
+            command->add_flag("--all", args->all, "Every section");
+            args->topK = 8;
+            command->add_option("--top-k", args->topK, "Items to consult (default 8)");
+            leaf(command, CLICommandName::boardAsk, args);
+        }
+    }
     // --- board builders end
 
     void addCompletion() {
@@ -689,6 +1263,8 @@ Grammar::Outcome Grammar::run(const std::vector<std::string>& arguments) {
         invocation.noLaunch = noLaunch_;
         invocation.replyTimeout = std::chrono::seconds(timeoutSeconds_);
         invocation.contentFile = contentFile_;
+        invocation.importFile = importFile_;
+        invocation.importFormat = importFormat_;
         return invocation;
     }
     // A noun without a verb.

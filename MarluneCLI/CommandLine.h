@@ -20,6 +20,10 @@ struct CLIInvocation {
     // The snippet content is to be read from this file ("-" is standard input) and put into
     // the arguments' `content` before sending; parsing stays free of input.
     std::optional<std::string> contentFile;
+    // A library file for "data.import" ("-" is standard input), converted from `importFormat`
+    // (detected when absent) into the document the request carries.
+    std::optional<std::string> importFile;
+    std::optional<std::string> importFormat;
 
     friend bool operator==(const CLIInvocation&, const CLIInvocation&) = default;
 };

@@ -1,15 +1,19 @@
 #include "MarluneCLI/OutputFormatter.h"
 
+#include "MarluneCLIProtocol/BoardRecords.h"
 #include "MarluneCLIProtocol/CLIArgs.h"
+#include "MarluneCLIProtocol/CLIDateFormat.h"
 #include "MarluneCLIProtocol/CLIErrorCode.h"
 #include "MarluneCLIProtocol/ClipRecords.h"
 #include "MarluneCLIProtocol/CommonRecords.h"
+#include "MarluneCLIProtocol/DataRecords.h"
 #include "MarluneCLIProtocol/LibraryRecords.h"
 #include "MarluneCLIProtocol/Paging.h"
 #include "MarluneCLIProtocol/SnippetRecords.h"
 #include "MarluneCLIProtocol/SystemRecords.h"
 
 #include <algorithm>
+#include <ctime>
 #include <functional>
 #include <map>
 #include <utility>
@@ -391,6 +395,419 @@ Renderer deletion(std::string noun) {
     return render<DeleteResultDTO>([noun](const DeleteResultDTO& r) { return deleted(r, noun); });
 }
 
+// --- cli2 rendering begin
+std::string pinboardPage(const Page<PinboardDTO>& page) {
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& p : page.items) {
+        rows.push_back({idPrefix(p.id), p.name, p.colorRole.value_or(""),
+                        std::to_string(p.clipCount)});
+    }
+    std::string out;
+    if (!rows.empty()) {
+        out = table({"ID", "NAME", "COLOR", "CLIPS"}, rows);
+    }
+    return out + pageFooter(page, "pinboards");
+}
+
+std::string pinboardRecord(const PinboardDTO& p) {
+    Fields fields{{"id", p.id}, {"name", p.name}, {"icon", p.iconSymbol}};
+    if (p.colorRole) {
+        fields.emplace_back("color", *p.colorRole);
+    }
+    fields.emplace_back("sort index", std::to_string(p.sortIndex));
+    fields.emplace_back("clips", std::to_string(p.clipCount));
+    fields.emplace_back("created", p.createdAt);
+    return record(fields);
+}
+
+std::string trashPage(const Page<TrashItemDTO>& page) {
+    if (page.items.empty() && page.page.total == 0) {
+        return "The Trash is empty.\n";
+    }
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& t : page.items) {
+        rows.push_back({idPrefix(t.id), t.kind, t.label, t.deletedAt,
+                        std::to_string(t.daysLeft) + (t.daysLeft == 1 ? " day" : " days")});
+    }
+    std::string out;
+    if (!rows.empty()) {
+        out = table({"ID", "KIND", "LABEL", "DELETED", "LEFT"}, rows);
+    }
+    return out + pageFooter(page, "items in the Trash");
+}
+
+std::string rulePage(const Page<CaptureRuleDTO>& page) {
+    if (page.items.empty()) {
+        return "No capture rules: copies from every application are kept.\n";
+    }
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& r : page.items) {
+        rows.push_back({idPrefix(r.id), r.bundleID, r.appName.value_or(""),
+                        r.isEnabled ? "on" : "off"});
+    }
+    return table({"ID", "APP", "NAME", "RULE"}, rows);
+}
+
+std::string ruleRecord(const CaptureRuleDTO& r) {
+    Fields fields{{"id", r.id}, {"app", r.bundleID}};
+    if (r.appName) {
+        fields.emplace_back("name", *r.appName);
+    }
+    fields.emplace_back("enabled", yesNo(r.isEnabled));
+    fields.emplace_back("created", r.createdAt);
+    return record(fields);
+}
+
+const std::string stackEmptyText =
+    "The Paste Stack is empty.\nQueue items with `marlune stack push <ref…>`.\n";
+
+std::string stackItems(const std::vector<StackItemDTO>& items) {
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& i : items) {
+        rows.push_back({std::to_string(i.position), i.kind, idPrefix(i.id), i.preview});
+    }
+    return table({"#", "KIND", "ID", "PREVIEW"}, rows);
+}
+
+std::string stackList(const StackListResultDTO& r) {
+    if (r.items.empty()) {
+        return stackEmptyText;
+    }
+    return stackItems(r.items) + std::to_string(r.count) + " of " + std::to_string(r.capacity) +
+           " places used.\n";
+}
+
+std::string stackPushed(const StackPushResultDTO& r) {
+    std::string out = r.pushed.empty() ? std::string() : stackItems(r.pushed);
+    out += "Added " + std::to_string(r.pushed.size()) + " to the Paste Stack (" +
+           std::to_string(r.count) + " of " + std::to_string(r.capacity) + ").\n";
+    return out;
+}
+
+std::string stackPopped(const StackPopResultDTO& r) {
+    if (!r.item) {
+        return stackEmptyText;
+    }
+    return stackItems({*r.item}) + std::to_string(r.remaining) + " left.\n";
+}
+
+std::string pasteTargetText(const std::optional<PasteTargetDTO>& target) {
+    const auto app = target ? (target->app ? target->app : target->bundleID) : std::nullopt;
+    return app ? " into " + *app : "";
+}
+
+std::string stackPasted(const StackPasteResultDTO& r) {
+    if (r.copiedFallback) {
+        return "Copied the Paste Stack to the clipboard instead of pasting it.\n";
+    }
+    return "Pasted " + std::to_string(r.pastedCount) + (r.pastedCount == 1 ? " item" : " items") +
+           pasteTargetText(r.pasteTarget) + ".\n";
+}
+
+ToolOutput clipAction(const ClipActionResultDTO& r, bool terminal) {
+    ToolOutput output;
+    if (r.pasted) {
+        output.err = "Pasted" + pasteTargetText(r.pasteTarget) + ".\n";
+    } else if (r.copied) {
+        output.err = "Copied to the clipboard (" + std::to_string(r.bytes) + " bytes).\n";
+    } else if (r.text) {
+        // Without a clipboard the text is the answer, as with `snippet expand`.
+        output.out = *r.text;
+        if (terminal && !output.out.empty() && !output.out.ends_with('\n')) {
+            output.out += '\n';
+        }
+    }
+    return output;
+}
+
+std::string clipsPasted(const ClipPasteStackResultDTO& r) {
+    if (r.copiedFallback) {
+        return "Copied " + std::to_string(r.clipIds.size()) +
+               " clips to the clipboard instead of pasting them.\n";
+    }
+    return "Pasted " + std::to_string(r.pastedCount) + (r.pastedCount == 1 ? " clip" : " clips") +
+           pasteTargetText(r.pasteTarget) + ".\n";
+}
+
+std::string statsRecord(const StatsDTO& s) {
+    Fields fields{{"expansions this week", std::to_string(s.expansionsThisWeek)}};
+    if (s.keystrokesSavedThisWeek) {
+        fields.emplace_back("keystrokes saved this week", std::to_string(*s.keystrokesSavedThisWeek));
+    }
+    if (s.minutesSavedThisWeek) {
+        fields.emplace_back("minutes saved this week", std::to_string(*s.minutesSavedThisWeek));
+    }
+    fields.emplace_back("expansions in all", std::to_string(s.totalExpansions));
+    fields.emplace_back("keystrokes saved in all", std::to_string(s.totalKeystrokesSaved));
+    return record(fields) + "(Minutes at 40 words, or 200 characters, a minute.)\n";
+}
+
+std::string syncStatusRecord(const SyncStatusDTO& s) {
+    Fields fields{{"state", s.state},
+                  {"needs attention", yesNo(s.needsAttention)},
+                  {"enabled this launch", yesNo(s.enabledThisLaunch)},
+                  {"relaunch required", yesNo(s.relaunchRequired)}};
+    if (s.lastImportAt) {
+        fields.emplace_back("last import", CLIDateFormat::format(*s.lastImportAt));
+    }
+    if (s.lastExportAt) {
+        fields.emplace_back("last export", CLIDateFormat::format(*s.lastExportAt));
+    }
+    return record(fields);
+}
+
+std::string syncDoctorRecord(const SyncDoctorReportDTO& r) {
+    Fields fields{{"generated", CLIDateFormat::format(r.generatedAt)},
+                  {"mirror", r.mirror.value_or("none")},
+                  {"container", r.containerID},
+                  {"account", r.accountStatus},
+                  {"zone exists", yesNo(r.zoneExists)}};
+    std::string out = record(fields);
+    if (!r.entities.empty()) {
+        std::vector<std::vector<std::string>> rows;
+        for (const auto& e : r.entities) {
+            rows.push_back({e.entity, std::to_string(e.localCount), std::to_string(e.serverCount),
+                            std::to_string(e.onlyLocal), std::to_string(e.onlyServer)});
+        }
+        out += "\n" + table({"ENTITY", "LOCAL", "SERVER", "ONLY LOCAL", "ONLY SERVER"}, rows);
+    }
+    if (!r.notes.empty()) {
+        out += "\n";
+        for (const auto& note : r.notes) {
+            out += "- " + note + "\n";
+        }
+    }
+    return out;
+}
+
+// "The restored record": a snippet or a clip, told apart by the snippet's keyword field.
+std::variant<ToolOutput, CLIErrorPayload> restored(const CLIResponse& response, bool) {
+    auto text = response.result();
+    if (auto* error = std::get_if<CLIErrorPayload>(&text)) {
+        return std::move(*error);
+    }
+    const auto json = parseWireJSON(std::get<std::string>(text));
+    if (json && json->is_object() && json->contains("keyword")) {
+        auto snippet = decodeResult<SnippetDTO>(response);
+        if (auto* error = std::get_if<CLIErrorPayload>(&snippet)) {
+            return std::move(*error);
+        }
+        return ToolOutput{"Restored snippet \"" + std::get<SnippetDTO>(snippet).title + "\".\n",
+                          {}, 0};
+    }
+    auto clip = decodeResult<ClipDTO>(response);
+    if (auto* error = std::get_if<CLIErrorPayload>(&clip)) {
+        return std::move(*error);
+    }
+    return ToolOutput{"Restored clip " + idPrefix(std::get<ClipDTO>(clip).id) + ".\n", {}, 0};
+}
+// --- cli2 rendering end
+
+// --- data rendering begin
+std::string plural(std::int64_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+// The document as a file holds it: keys sorted, indented, slashes as they are.
+std::string exportedDocument(const DataDocumentDTO& document) {
+    return encodeWire<CLIJSONInput>(document).dump(2, ' ', false,
+                                                   CLIJSONInput::error_handler_t::replace) +
+           "\n";
+}
+
+std::string importSummary(const DataImportResultDTO& r) {
+    const std::int64_t created = r.createdSnippets.value_or(0);
+    const std::int64_t restored = r.restoredSnippets.value_or(0);
+    const std::int64_t updated = std::max<std::int64_t>(r.snippets - created - restored, 0);
+    std::string out = std::string(r.dryRun ? "Would import " : "Imported ") +
+                      plural(r.snippets, "snippet") + ": " + std::to_string(created) + " new, " +
+                      std::to_string(updated) + " updated, " + std::to_string(restored) +
+                      " restored from the Trash.\n";
+    if (r.trashedSnippets.value_or(0) > 0) {
+        out += std::string(r.dryRun ? "Would move " : "Moved ") +
+               plural(*r.trashedSnippets, "snippet") + " that the file doesn't have to the Trash.\n";
+    }
+    out += record({{"groups", std::to_string(r.groups)},
+                   {"tags", std::to_string(r.tags)},
+                   {"pinboards", std::to_string(r.pinboards)},
+                   {"profile variables", std::to_string(r.profileVars)},
+                   {"settings", std::to_string(r.settingsApplied)}});
+    if (!r.settingsRequiringRelaunch.empty()) {
+        out += "Quit and reopen Marlune for " + joined(r.settingsRequiringRelaunch, ", ") +
+               " to take effect.\n";
+    }
+    if (r.dryRun) {
+        out += "Nothing was changed (dry run).\n";
+    }
+    return out;
+}
+
+std::string clipImportSummary(const DataImportResultDTO& r) {
+    return r.dryRun ? std::string("The clips can be imported; nothing was changed (dry run).\n")
+                    : std::string("Imported the clips into the history.\n");
+}
+// --- data rendering end
+
+// --- board formatting begin
+// Board dates in the reader's local time, to the minute.
+std::string boardLocalTime(const std::string& wire) {
+    const auto parsed = CLIDateFormat::parse(wire);
+    if (!parsed) {
+        return wire;
+    }
+    const std::time_t seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(parsed->time_since_epoch()).count();
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", &local);
+    return text;
+}
+
+std::string boardItemLine(const BoardItemDTO& item) {
+    std::vector<std::string> marks;
+    if (item.pinned.value_or(false)) {
+        marks.push_back("pinned");
+    }
+    if (item.dueAt) {
+        marks.push_back("due " + boardLocalTime(*item.dueAt));
+    }
+    if (item.snoozedUntil) {
+        marks.push_back("snoozed until " + boardLocalTime(*item.snoozedUntil));
+    }
+    if (!item.tags.empty()) {
+        marks.push_back("#" + joined(item.tags, " #"));
+    }
+    if (item.note) {
+        marks.push_back("note");
+    }
+    std::string line = std::string("  ") + (item.isDone ? "[x] " : "[ ] ") + idPrefix(item.id) +
+                       "  " + cell(item.text);
+    if (!marks.empty()) {
+        line += "  (" + joined(marks, ", ") + ")";
+    }
+    return line + "\n";
+}
+
+// Items grouped under their section's name, in the order the application sent them.
+std::string boardItemList(const std::vector<BoardItemDTO>& items) {
+    if (items.empty()) {
+        return "Nothing here.\n";
+    }
+    std::string out;
+    std::string section;
+    bool first = true;
+    for (const auto& item : items) {
+        if (first || item.sectionID != section) {
+            out += (first ? "" : "\n") + (item.sectionName.empty() ? "History" : item.sectionName) +
+                   "\n";
+            section = item.sectionID;
+            first = false;
+        }
+        out += boardItemLine(item);
+    }
+    return out;
+}
+
+std::string boardSectionList(const std::vector<BoardSectionDTO>& sections) {
+    if (sections.empty()) {
+        return "The Board has no sections.\n";
+    }
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& s : sections) {
+        rows.push_back({s.isActive ? "*" : "", idPrefix(s.id), s.name,
+                        std::to_string(s.itemCount - s.doneCount), std::to_string(s.doneCount)});
+    }
+    return table({"", "ID", "SECTION", "OPEN", "DONE"}, rows);
+}
+
+std::string boardItemRecord(const BoardItemDTO& item) {
+    Fields fields{{"id", item.id}, {"section", item.sectionName}, {"kind", item.kind},
+                  {"done", item.isDone ? "yes (" + boardLocalTime(item.completedAt.value_or("")) +
+                                             ")"
+                                       : "no"}};
+    if (item.pinned.value_or(false)) {
+        fields.emplace_back("pinned", "yes");
+    }
+    if (item.dueAt) {
+        fields.emplace_back("due", boardLocalTime(*item.dueAt));
+    }
+    if (item.snoozedUntil) {
+        fields.emplace_back("snoozed until", boardLocalTime(*item.snoozedUntil));
+    }
+    if (item.sourceApp) {
+        fields.emplace_back("from", *item.sourceApp);
+    }
+    if (item.sourceURL) {
+        fields.emplace_back("address", *item.sourceURL);
+    }
+    if (!item.tags.empty()) {
+        fields.emplace_back("tags", joined(item.tags, ", "));
+    }
+    if (item.note) {
+        fields.emplace_back("note", *item.note);
+    }
+    fields.emplace_back("created", boardLocalTime(item.createdAt));
+    std::string out;
+    if (item.bumped) {
+        out = *item.bumped ? "Already on " + item.sectionName + "; moved to the top.\n"
+                           : "Added to " + item.sectionName + ".\n";
+    }
+    out += record(fields) + "\n" + item.text;
+    if (!out.ends_with('\n')) {
+        out += '\n';
+    }
+    return out;
+}
+
+std::string boardMutation(const BoardMutationResultDTO& r) {
+    static const std::map<std::string, std::string> verbs = {
+        {"check", "Checked"},     {"uncheck", "Reopened"},  {"remove", "Took off the Board"},
+        {"file", "Filed"},        {"pin", "Pinned"},        {"unpin", "Unpinned"},
+        {"snooze", "Snoozed"},    {"wake", "Woke"},         {"due", "Set the due date of"},
+        {"clearDue", "Cleared the due date of"},            {"tag", "Tagged"},
+        {"clearCompleted", "Cleared"}};
+    if (r.action == "capture") {
+        return "Capturing the selection; Marlune shows what it added.\n";
+    }
+    const auto verb = verbs.find(r.action);
+    std::string out = (verb != verbs.end() ? verb->second : r.action) + " " +
+                      std::to_string(r.count) + (r.count == 1 ? " item" : " items") + ".\n";
+    for (const auto& id : r.ids) {
+        out += "  " + idPrefix(id) + "\n";
+    }
+    return out;
+}
+
+std::string boardSearch(const std::vector<BoardSearchHitDTO>& hits) {
+    if (hits.empty()) {
+        return "No matches.\n";
+    }
+    std::vector<BoardItemDTO> items;
+    for (const auto& hit : hits) {
+        items.push_back(hit.item);
+    }
+    return boardItemList(items);
+}
+
+std::string boardExport(const BoardExportResultDTO& r) {
+    std::string out;
+    for (const auto& file : r.files) {
+        out += "Wrote " + file + "\n";
+    }
+    if (r.attachments > 0) {
+        out += "Copied " + std::to_string(r.attachments) +
+               (r.attachments == 1 ? " attachment.\n" : " attachments.\n");
+    }
+    return out;
+}
+
+std::string boardUse(const BoardSectionDTO& s) {
+    return "Now using " + s.name + " (" + std::to_string(s.itemCount - s.doneCount) + " open, " +
+           std::to_string(s.doneCount) + " done).\n";
+}
+// --- board formatting end
+
 const std::map<std::string_view, Renderer>& renderers() {
     static const std::map<std::string_view, Renderer> table = [] {
         std::map<std::string_view, Renderer> r;
@@ -435,10 +852,82 @@ const std::map<std::string_view, Renderer>& renderers() {
         r["config.set"] = render<ConfigSetResultDTO>(configSet);
         r["config.unset"] = render<ConfigSetResultDTO>(configSet);
         // --- cli2 renderers begin
+        for (auto name : {"clip.pin", "clip.unpin"}) {
+            r[name] = render<ClipDTO>(clipRecord);
+        }
+        for (auto name : {"clip.copy", "clip.paste"}) {
+            r[name] = [](const CLIResponse& response,
+                         bool terminal) -> std::variant<ToolOutput, CLIErrorPayload> {
+                auto decoded = decodeResult<ClipActionResultDTO>(response);
+                if (auto* error = std::get_if<CLIErrorPayload>(&decoded)) {
+                    return std::move(*error);
+                }
+                return clipAction(std::get<ClipActionResultDTO>(decoded), terminal);
+            };
+        }
+        r["clip.pasteStack"] = render<ClipPasteStackResultDTO>(clipsPasted);
+        r["clip.delete"] = deletion("clip");
+        r["clip.purge"] = deletion("clip");
+        r["clip.promote"] = render<SnippetDTO>(snippetRecord);
+        r["pinboard.list"] = render<Page<PinboardDTO>>(pinboardPage);
+        for (auto name : {"pinboard.get", "pinboard.create", "pinboard.update", "pinboard.addClip",
+                          "pinboard.removeClip"}) {
+            r[name] = render<PinboardDTO>(pinboardRecord);
+        }
+        r["pinboard.delete"] = deletion("pinboard");
+        r["trash.list"] = render<Page<TrashItemDTO>>(trashPage);
+        r["trash.restore"] = restored;
+        r["trash.empty"] = deletion("item");
+        r["rule.list"] = render<Page<CaptureRuleDTO>>(rulePage);
+        r["rule.add"] = render<CaptureRuleDTO>(ruleRecord);
+        r["rule.remove"] = deletion("capture rule");
+        r["stack.push"] = render<StackPushResultDTO>(stackPushed);
+        r["stack.list"] = render<StackListResultDTO>(stackList);
+        r["stack.pop"] = render<StackPopResultDTO>(stackPopped);
+        r["stack.paste"] = render<StackPasteResultDTO>(stackPasted);
+        r["stack.clear"] = render<StackClearResultDTO>([](const StackClearResultDTO& c) {
+            return "Cleared the Paste Stack (" + std::to_string(c.cleared) +
+                   (c.cleared == 1 ? " item" : " items") + ").\n";
+        });
+        r["stats.show"] = render<StatsDTO>(statsRecord);
+        r["sync.status"] = render<SyncStatusDTO>(syncStatusRecord);
+        r["sync.doctor"] = render<SyncDoctorReportDTO>(syncDoctorRecord);
+        r["app.quit"] = render<AppActionResultDTO>(
+            [](const AppActionResultDTO&) { return std::string("Marlune is quitting.\n"); });
         // --- cli2 renderers end
         // --- data renderers begin
+        r["data.export"] = render<DataDocumentDTO>(exportedDocument);
+        r["data.import"] = render<DataImportResultDTO>(importSummary);
+        r["clip.import"] = render<DataImportResultDTO>(clipImportSummary);
         // --- data renderers end
         // --- board renderers begin
+        r["board.sections"] = render<std::vector<BoardSectionDTO>>(boardSectionList);
+        r["board.use"] = render<BoardSectionDTO>(boardUse);
+        r["board.list"] = render<std::vector<BoardItemDTO>>(boardItemList);
+        for (auto name : {"board.add", "board.note", "board.move", "board.merge"}) {
+            r[name] = render<BoardItemDTO>(boardItemRecord);
+        }
+        for (auto name : {"board.capture", "board.check", "board.uncheck", "board.remove",
+                          "board.file", "board.pin", "board.unpin", "board.snooze", "board.wake",
+                          "board.due", "board.clearCompleted", "board.tag"}) {
+            r[name] = render<BoardMutationResultDTO>(boardMutation);
+        }
+        for (auto name : {"board.next", "board.copy"}) {
+            r[name] = [](const CLIResponse& response,
+                         bool terminal) -> std::variant<ToolOutput, CLIErrorPayload> {
+                auto decoded = decodeResult<BoardCopyResultDTO>(response);
+                if (auto* error = std::get_if<CLIErrorPayload>(&decoded)) {
+                    return std::move(*error);
+                }
+                ToolOutput output{std::get<BoardCopyResultDTO>(decoded).text, {}, 0};
+                if (terminal && !output.out.empty() && !output.out.ends_with('\n')) {
+                    output.out += '\n';
+                }
+                return output;
+            };
+        }
+        r["board.search"] = render<std::vector<BoardSearchHitDTO>>(boardSearch);
+        r["board.export"] = render<BoardExportResultDTO>(boardExport);
         // --- board renderers end
         return r;
     }();

@@ -2,8 +2,12 @@
 
 #include "MarluneCLI/CLIClient.h"
 #include "MarluneCLI/CommandLine.h"
+#include "MarluneCLI/LibraryFileImport.h"
+#include "MarluneCLIProtocol/CLIArgs.h"
+#include "MarluneCLIProtocol/CLICommandName.h"
 #include "MarluneCLIProtocol/CLIErrorCode.h"
 #include "MarluneCLIProtocol/CLIRecordCodec.h"
+#include "MarluneCLIProtocol/SystemRecords.h"
 
 #include <fstream>
 #include <sstream>
@@ -72,11 +76,47 @@ ToolOutput ToolRunner::run(const std::vector<std::string>& arguments,
     settings.replyTimeout = invocation.replyTimeout;
     settings.launchWait = environment.launchWait;
 
+    // --- data begin
+    // A data import sends the file's content, converted here when another tool wrote it.
+    std::vector<std::string> importNotes;
+    if (invocation.importFile) {
+        const auto askPrefix = [&settings]() -> std::variant<std::string, CLIErrorPayload> {
+            ConfigGetArgs args;
+            args.key = "keywordPrefix";
+            auto reply =
+                CLIClient(settings).send(makeRequest(CLICommandName::configGet, args, {}));
+            if (auto* error = std::get_if<CLIErrorPayload>(&reply)) {
+                return std::move(*error);
+            }
+            auto entry = decodeResult<ConfigEntryDTO>(std::get<CLIResponse>(reply));
+            if (auto* error = std::get_if<CLIErrorPayload>(&entry)) {
+                return std::move(*error);
+            }
+            const auto& value = std::get<ConfigEntryDTO>(entry).value.value;
+            const auto* prefix = std::get_if<std::string>(&value);
+            return prefix ? *prefix : std::string(";");
+        };
+        auto prepared =
+            LibraryFileImport::prepare(invocation, environment.readStandardInput, askPrefix);
+        if (auto* error = std::get_if<CLIErrorPayload>(&prepared)) {
+            return OutputFormatter::error(*error);
+        }
+        importNotes = std::move(std::get<LibraryFileImport::Prepared>(prepared).notes);
+    }
+    // --- data end
+
     const std::string command = invocation.request.command;
     auto answer = CLIClient(std::move(settings)).send(std::move(invocation.request));
     if (auto* error = std::get_if<CLIErrorPayload>(&answer)) {
         return OutputFormatter::error(*error);
     }
+    // --- data begin
+    if (auto& response = std::get<CLIResponse>(answer); response.ok) {
+        for (auto& note : importNotes) {
+            response.warnings.push_back({"W_IMPORT_NOTE", std::move(note)});
+        }
+    }
+    // --- data end
     return OutputFormatter::format(command, std::get<CLIResponse>(answer),
                                    {invocation.json, environment.stdoutIsTerminal});
 }

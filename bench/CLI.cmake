@@ -4,3 +4,11 @@ if(TARGET marlune AND TARGET marlune-app)
   target_link_libraries(CLIBench PRIVATE Marlune::CLIProtocol Marlune::BuildFlags)
   add_dependencies(CLIBench marlune marlune-app)
 endif()
+
+# Whole-process figures for the clip commands on a history of 100,000 clips.
+if(TARGET marlune AND TARGET marlune-app)
+  add_executable(CLIClipBench ${CMAKE_CURRENT_LIST_DIR}/CLIClipBench.cpp)
+  target_link_libraries(CLIClipBench PRIVATE Marlune::Core Marlune::BuildFlags)
+  target_include_directories(CLIClipBench PRIVATE ${PROJECT_SOURCE_DIR})
+  add_dependencies(CLIClipBench marlune marlune-app)
+endif()

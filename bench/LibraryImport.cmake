@@ -4,3 +4,9 @@ if(TARGET LibraryImport)
   marlune_bench(LibraryImportBench SOURCES ${CMAKE_CURRENT_LIST_DIR}/LibraryImportBench.cpp
                 LIBS Marlune::LibraryImport ZLIB::ZLIB)
 endif()
+if(TARGET LibraryImport AND TARGET Marlune)
+  # Whole imports and exports against a real library file.
+  marlune_bench(LibraryPortabilityBench
+                SOURCES ${CMAKE_CURRENT_LIST_DIR}/LibraryPortabilityBench.cpp
+                LIBS Marlune::LibraryImport Marlune::App)
+endif()

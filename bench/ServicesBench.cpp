@@ -41,7 +41,7 @@ struct Harness {
         }
         service = std::make_unique<ExpansionService>(ExpansionService::Collaborators{
             container->mainContext(), *settings, injector, clipboard, windows, grab, scheduler,
-            fillIn, notifier, [] { return dateNow(); }, nullptr, nullptr, nullptr});
+            fillIn, notifier, [] { return dateNow(); }, nullptr, nullptr, nullptr, "en_US", "UTC"});
         service->start(watcher);
     }
     ~Harness() {

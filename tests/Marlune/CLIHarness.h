@@ -38,10 +38,15 @@ protected:
         registerProfileAndConfigCommands(*listener);
         registerClipCommands(*listener);
         // --- cli2 register begin
+        registerPinboardCommands(*listener);
+        registerTrashAndRuleCommands(*listener);
+        registerStackCommands(*listener);
         // --- cli2 register end
         // --- data register begin
+        registerDataCommands(*listener);
         // --- data register end
         // --- board register begin
+        registerBoardCommands(*listener);
         // --- board register end
     }
 

@@ -4,6 +4,7 @@
 #include "MarluneCLIProtocol/SnippetRecords.h"
 #include "MarluneCLIProtocol/SystemRecords.h"
 #include "MarluneCore/SnippetStore.h"
+#include "support/FakeDesktopActions.h"
 
 namespace marlune::test {
 namespace {
@@ -386,6 +387,51 @@ TEST_F(ExpandTest, DesktopActionsAndBadInputsAreRefused) {
     auto paste = expand("plain");
     paste.paste = true;
     EXPECT_NE(fails(N::snippetExpand, paste).message.find("without a display"), std::string::npos);
+}
+
+struct DeliveryRow {
+    const char* name;
+    std::function<void(ExpandArgs&)> change;
+    bool copied;
+    bool pasted;
+    std::vector<std::string> activated;
+};
+
+TEST_F(ExpandTest, WithADesktopTheTextIsCopiedOrPastedWhereAsked) {
+    create("Greeting", "hi", "Hello there");
+    FakeDesktopActions desktop;
+    listener->environment().desktop = &desktop;
+    const std::vector<DeliveryRow> rows = {
+        {"copy", [](ExpandArgs& a) { a.copy = true; }, true, false, {}},
+        {"paste", [](ExpandArgs& a) { a.paste = true; }, false, true, {}},
+        {"into", [](ExpandArgs& a) { a.into = "gedit"; }, false, true, {"gedit"}},
+        {"copy and paste", [](ExpandArgs& a) { a.copy = a.paste = true; }, true, true, {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        desktop = FakeDesktopActions();
+        auto args = expand("hi");
+        row.change(args);
+        const auto result = ok<ExpandResultDTO>(N::snippetExpand, args);
+        EXPECT_EQ(result.actions.copied, row.copied);
+        EXPECT_EQ(result.actions.pasted, row.pasted);
+        EXPECT_EQ(desktop.activations, row.activated);
+        const auto& delivered = row.pasted ? desktop.pastes : desktop.copies;
+        ASSERT_EQ(delivered.size(), 1U);
+        const auto& payload = delivered[0].items.at(0).payloads.at(0);
+        EXPECT_EQ(std::string(payload.data.begin(), payload.data.end()), "Hello there");
+    }
+
+    auto missing = expand("hi");
+    missing.into = "nowhere";
+    desktop.missingApplication = "nowhere";
+    EXPECT_EQ(fails(N::snippetExpand, missing).code, "E_NOT_FOUND");
+    auto refused = expand("hi");
+    refused.paste = true;
+    desktop.pasteRefusal = "Another application holds the keyboard, so Marlune cannot paste now.";
+    const auto error = fails(N::snippetExpand, refused);
+    EXPECT_EQ(error.code, "E_CAPABILITY");
+    EXPECT_NE(error.message.find("holds the keyboard"), std::string::npos) << error.message;
 }
 
 TEST_F(ExpandTest, RecordUsageCountsAUse) {

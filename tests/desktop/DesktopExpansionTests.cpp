@@ -284,6 +284,36 @@ TEST_F(DesktopExpansion, CopiesReachTheHistoryButExpansionsAndRestoresDoNot) {
     EXPECT_EQ(page["items"][0].value("recopyCount", -1), 0);
 }
 
+TEST_F(DesktopExpansion, BoardCaptureTakesTheSelectionOnceAndRefusesNothingAndSecrets) {
+    const auto toasted = [&](const std::string& text) {
+        return waitUntil([&] { return app->log().find("Board: " + text) != std::string::npos; });
+    };
+    openField();
+    type("Call the plumber");
+    key("ctrl+a");
+    key("ctrl+alt+b");
+    ASSERT_TRUE(toasted("Captured — Inbox")) << app->log();
+    key("ctrl+alt+b");
+    EXPECT_TRUE(toasted("Already on Inbox")) << app->log();
+
+    key("End"); // nothing selected now
+    const auto before = std::chrono::steady_clock::now();
+    key("ctrl+alt+b");
+    EXPECT_TRUE(toasted("Nothing selected — There was nothing to add.")) << app->log();
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 700ms);
+
+    key("ctrl+a");
+    type(std::string("AKIA") + "IOSFODNN7" + "EXAMPLE");
+    key("ctrl+a");
+    key("ctrl+alt+b");
+    EXPECT_TRUE(toasted("Looks like a secret — not saved")) << app->log();
+
+    const auto listed = tool({"board", "list", "--json"});
+    ASSERT_EQ(listed.exitStatus, 0) << listed.err;
+    EXPECT_NE(listed.out.find("Call the plumber"), std::string::npos) << listed.out;
+    EXPECT_EQ(listed.out.find("AKIA"), std::string::npos) << listed.out;
+}
+
 struct NoExpansionCase {
     const char* name;
     bool grab;
