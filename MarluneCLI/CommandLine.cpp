@@ -31,6 +31,12 @@ constexpr std::int64_t defaultPageSize = 50;
 
 using BuildResult = std::variant<CLIRequest, CLIErrorPayload>;
 
+// "clip.import" as the grammar sends it; the runner adds the clips read from the file.
+struct ClipImportToolArgs {
+    bool dryRun = false;
+    static constexpr auto fields() { return std::tuple{cliField("dryRun", &ClipImportToolArgs::dryRun)}; }
+};
+
 CLIErrorPayload usageError(std::string message, std::optional<std::string> hint = std::nullopt) {
     return {std::string(CLIErrorCode::usage), std::move(message), std::move(hint)};
 }
@@ -270,6 +276,19 @@ private:
     void addClips() {
         auto* clips = noun("clip", "Clipboard history: list, show, search, copy and paste clips");
         const std::vector<std::string> kinds = {"text", "richText", "url", "image", "file", "color"};
+        {
+            auto* command = clips->add_subcommand(
+                "import", "Import clips from a JSON file: a list of clips as `clip get --json` "
+                          "prints them, or an object with such a list under \"clips\"");
+            auto args = std::make_shared<ClipImportToolArgs>();
+            command
+                ->add_option_function<std::string>(
+                    "file", [this](const std::string& path) { clipsFile_ = path; },
+                    "The file to read ('-' for standard input)")
+                ->required();
+            command->add_flag("--dry-run", args->dryRun, "Show what would change, change nothing");
+            leaf(command, CLICommandName::clipImport, args);
+        }
         {
             auto* command = clips->add_subcommand("list", "List clips, most recent first");
             auto args = std::make_shared<ListArgs>();
@@ -1205,6 +1224,7 @@ private:
     bool noLaunch_ = false;
     std::int64_t timeoutSeconds_ = 60;
     std::optional<std::string> contentFile_;
+    std::optional<std::string> clipsFile_;
     CLI::App* completion_ = nullptr;
     std::string shell_;
 };
@@ -1263,6 +1283,7 @@ Grammar::Outcome Grammar::run(const std::vector<std::string>& arguments) {
         invocation.noLaunch = noLaunch_;
         invocation.replyTimeout = std::chrono::seconds(timeoutSeconds_);
         invocation.contentFile = contentFile_;
+        invocation.clipsFile = clipsFile_;
         invocation.importFile = importFile_;
         invocation.importFormat = importFormat_;
         return invocation;

@@ -20,6 +20,8 @@ struct CLIInvocation {
     // The snippet content is to be read from this file ("-" is standard input) and put into
     // the arguments' `content` before sending; parsing stays free of input.
     std::optional<std::string> contentFile;
+    // "clip import": the file whose clips go into the request.
+    std::optional<std::string> clipsFile;
     // A library file for "data.import" ("-" is standard input), converted from `importFormat`
     // (detected when absent) into the document the request carries.
     std::optional<std::string> importFile;

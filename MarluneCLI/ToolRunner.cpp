@@ -11,14 +11,15 @@
 
 #include <fstream>
 #include <sstream>
+#include <variant>
 
 namespace marlune {
 
 namespace {
 
-std::optional<CLIErrorPayload> insertContent(CLIInvocation& invocation,
-                                             const ToolEnvironment& environment) {
-    const std::string& path = *invocation.contentFile;
+// The whole of `path` ('-' for standard input), or the usage error that says why not.
+std::variant<std::string, CLIErrorPayload> readInput(const std::string& path,
+                                                     const ToolEnvironment& environment) {
     std::optional<std::string> text;
     if (path == "-") {
         if (environment.readStandardInput) {
@@ -40,9 +41,68 @@ std::optional<CLIErrorPayload> insertContent(CLIInvocation& invocation,
                                            : "Cannot read " + path + ".",
                                std::nullopt};
     }
+    return std::move(*text);
+}
+
+void setArgument(CLIInvocation& invocation, const char* name, CLIJSON value) {
     auto args = CLIJSON::parse(invocation.request.argsJSON);
-    args["content"] = std::move(*text);
+    args[name] = std::move(value);
     invocation.request.argsJSON = args.dump(-1, ' ', false, CLIJSON::error_handler_t::replace);
+}
+
+std::optional<CLIErrorPayload> insertContent(CLIInvocation& invocation,
+                                             const ToolEnvironment& environment) {
+    auto text = readInput(*invocation.contentFile, environment);
+    if (auto* error = std::get_if<CLIErrorPayload>(&text)) {
+        return std::move(*error);
+    }
+    setArgument(invocation, "content", std::move(std::get<std::string>(text)));
+    return std::nullopt;
+}
+
+// A list of clips, or an object holding one under "clips" (as an export of clips has it).
+std::optional<CLIErrorPayload> insertClips(CLIInvocation& invocation,
+                                           const ToolEnvironment& environment) {
+    const std::string& path = *invocation.clipsFile;
+    auto text = readInput(path, environment);
+    if (auto* error = std::get_if<CLIErrorPayload>(&text)) {
+        return std::move(*error);
+    }
+    auto document = CLIJSON::parse(std::get<std::string>(text), nullptr, false);
+    if (document.is_object() && document.contains("clips")) {
+        document = std::move(document["clips"]);
+    }
+    if (!document.is_array()) {
+        return CLIErrorPayload{std::string(CLIErrorCode::usage),
+                               (path == "-" ? std::string("Standard input") : path) +
+                                   " is not a list of clips.",
+                               std::string("Give a JSON list of clips, as `marlune clip get "
+                                           "--json` prints each, or an object with that list "
+                                           "under \"clips\".")};
+    }
+    // A hand-written list may leave out what the application works out itself (the id, the
+    // fingerprint, the dates, the counts); a listing from `clip get --json` has them all.
+    for (auto& clip : document) {
+        if (!clip.is_object()) {
+            continue;
+        }
+        const std::pair<const char*, CLIJSON> defaults[] = {
+            {"id", ""},           {"previewText", ""},      {"contentHash", ""},
+            {"createdAt", ""},    {"isPinned", false},      {"recopyCount", 0},
+            {"promotionHandled", false}, {"pinboards", CLIJSON::array()}, {"tags", CLIJSON::array()},
+            {"representations", CLIJSON::array()}};
+        for (const auto& [key, value] : defaults) {
+            if (!clip.contains(key)) {
+                clip[key] = value;
+            }
+        }
+        for (auto& representation : clip["representations"]) {
+            if (representation.is_object() && !representation.contains("hasText")) {
+                representation["hasText"] = representation.contains("text");
+            }
+        }
+    }
+    setArgument(invocation, "clips", std::move(document));
     return std::nullopt;
 }
 
@@ -60,6 +120,11 @@ ToolOutput ToolRunner::run(const std::vector<std::string>& arguments,
     auto& invocation = std::get<CLIInvocation>(parsed);
     if (invocation.contentFile) {
         if (auto error = insertContent(invocation, environment)) {
+            return OutputFormatter::error(*error);
+        }
+    }
+    if (invocation.clipsFile) {
+        if (auto error = insertClips(invocation, environment)) {
             return OutputFormatter::error(*error);
         }
     }

@@ -181,5 +181,33 @@ TEST_F(CLIData, UnusableFilesAreRefusedWithTheirReason) {
     EXPECT_EQ(missing.err, "marlune: Cannot read " + (dir.path() / "absent.csv").string() + ".\n");
 }
 
+TEST_F(CLIData, ClipsImportFromAFileAndTheirOwnListingComesBackAsTheSameClips) {
+    const fs::path file = dir.path() / "clips.json";
+    std::ofstream(file) << R"([
+        {"primaryKind": "text", "representations": [
+            {"utType": "public.utf8-plain-text", "hasText": true, "text": "first imported"}]},
+        {"primaryKind": "url", "representations": [
+            {"utType": "public.url", "hasText": true, "text": "https://example.org/a"}]}
+    ])";
+    ok({"clip", "import", file.string(), "--dry-run"});
+    EXPECT_EQ(json({"clip", "list"})["items"].size(), 0U);
+    ok({"clip", "import", file.string()});
+    const auto listed = json({"clip", "list"});
+    ASSERT_EQ(listed["items"].size(), 2U) << listed.dump();
+
+    // What `clip get --json` prints imports again as the same clip: bumped, not duplicated.
+    const auto id = listed["items"][0]["id"].get<std::string>();
+    const auto shown = ok({"clip", "get", id, "--json"}).out;
+    const auto again = tool({"clip", "import", "-", "--json"}, "[" + shown + "]");
+    EXPECT_EQ(again.exitStatus, 0) << again.err;
+    EXPECT_EQ(json({"clip", "list"})["items"].size(), 2U);
+
+    const fs::path bad = dir.path() / "bad.json";
+    std::ofstream(bad) << R"({"snippets": []})";
+    const auto refused = tool({"clip", "import", bad.string()});
+    EXPECT_EQ(refused.exitStatus, 2) << refused.err;
+    EXPECT_NE(refused.err.find("is not a list of clips."), std::string::npos) << refused.err;
+}
+
 } // namespace
 } // namespace marlune
