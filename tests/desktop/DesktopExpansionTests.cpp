@@ -314,6 +314,27 @@ TEST_F(DesktopExpansion, BoardCaptureTakesTheSelectionOnceAndRefusesNothingAndSe
     EXPECT_EQ(listed.out.find("AKIA"), std::string::npos) << listed.out;
 }
 
+TEST_F(DesktopExpansion, CopiesWhileAnExcludedApplicationIsActiveAreNotCaptured) {
+    const auto listed = [&] {
+        return nlohmann::json::parse(tool({"clip", "list", "--json"}).out, nullptr, false);
+    };
+    openField();
+    copyWithXclip("UTF8_STRING", "copied in the field's window");
+    ASSERT_TRUE(waitUntil([&] { return listed()["items"].size() == 1; })) << app->log();
+    // The active window's class is what a rule names; take it from the clip just captured.
+    const auto source = listed()["items"][0]["sourceApp"];
+    ASSERT_TRUE(source.is_object() && source.contains("bundleID")) << listed().dump();
+    const auto windowClass = source["bundleID"].get<std::string>();
+    const auto added = tool({"rule", "add", windowClass});
+    ASSERT_EQ(added.exitStatus, 0) << added.err;
+
+    copyWithXclip("UTF8_STRING", "copied after the rule");
+    std::this_thread::sleep_for(1200ms);
+    const auto page = listed();
+    ASSERT_EQ(page["items"].size(), 1U) << page.dump();
+    EXPECT_EQ(page["items"][0].value("previewText", ""), "copied in the field's window");
+}
+
 struct NoExpansionCase {
     const char* name;
     bool grab;
