@@ -13,6 +13,7 @@
 #include "MarluneCore/Database.h"
 #include "MarluneCore/SnippetStore.h"
 #include "Platform/SecretServiceKeyring.h"
+#include "support/Desktop.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -37,20 +38,6 @@ using namespace marlune;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-std::string which(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::string_view dirs = path != nullptr ? path : "/usr/bin:/bin";
-    while (!dirs.empty()) {
-        const auto colon = dirs.find(':');
-        const fs::path candidate = fs::path(dirs.substr(0, colon)) / name;
-        if (::access(candidate.c_str(), X_OK) == 0) {
-            return candidate.string();
-        }
-        dirs = colon == std::string_view::npos ? std::string_view() : dirs.substr(colon + 1);
-    }
-    return {};
-}
-
 double milliseconds(Clock::duration d) {
     return std::chrono::duration<double, std::milli>(d).count();
 }
@@ -58,24 +45,6 @@ double milliseconds(Clock::duration d) {
 double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
     return values.empty() ? 0 : values[values.size() / 2];
-}
-
-std::string fieldText(const fs::path& report) {
-    std::ifstream in(report, std::ios::binary);
-    std::string caret;
-    std::getline(in, caret);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-template <typename Done> bool waitUntil(Done done, std::chrono::milliseconds timeout = 5s) {
-    const auto deadline = Clock::now() + timeout;
-    while (!done()) {
-        if (Clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(200us);
-    }
-    return true;
 }
 
 long residentKilobytes(pid_t pid) {
@@ -138,8 +107,8 @@ int main(int argc, char** argv) {
     const std::string app = argv[1];
     const std::string tool = argv[2];
     const std::string fieldProgram = argv[3];
-    const std::string xdotool = which("xdotool");
-    const std::string xclip = which("xclip");
+    const std::string xdotool = test::findProgram("xdotool");
+    const std::string xclip = test::findProgram("xclip");
     if (std::getenv("DISPLAY") == nullptr || xdotool.empty() || xclip.empty()) {
         std::fprintf(stderr, "needs a display, xdotool and xclip\n");
         return 1;
@@ -161,7 +130,7 @@ int main(int argc, char** argv) {
         args.push_back("--no-launch");
         return test::runProcess(args, env);
     };
-    if (!waitUntil([&] { return application.log().find("Text expansion: on") != std::string::npos; },
+    if (!test::waitUntil([&] { return application.log().find("Text expansion: on") != std::string::npos; },
                    20s)) {
         std::fprintf(stderr, "marlune-app did not start its services:\n%s\n",
                      application.log().c_str());
@@ -176,26 +145,28 @@ int main(int argc, char** argv) {
     const fs::path report = dir.path() / "field.txt";
     test::BackgroundProcess field({fieldProgram, report.string()}, {}, dir / "field.log");
     std::string window;
-    waitUntil([&] {
-        std::istringstream lines(field.log());
-        return static_cast<bool>(std::getline(lines, window)) && !window.empty();
+    test::waitUntil([&] {
+        window = test::windowIdIn(field.log()).value_or("");
+        return !window.empty();
     });
     test::runProcess({xdotool, "windowfocus", "--sync", window});
     std::vector<double> expansions;
     for (int i = 0; i < 50; ++i) {
         test::runProcess({xdotool, "type", "--delay", "20", ";si"});
-        waitUntil([&] { return fieldText(report) == ";si"; });
+        test::waitUntil([&] { return test::fieldTextIn(report) == ";si"; });
         test::runProcess({xdotool, "key", "--delay", "0", "g"});
         const auto sent = Clock::now();
-        if (!waitUntil([&] { return fieldText(report) == "Kind regards"; })) {
+        // Polled finely: this wait is the figure.
+        if (!test::waitUntil([&] { return test::fieldTextIn(report) == "Kind regards"; }, 5s,
+                             200us)) {
             std::fprintf(stderr, "expansion %d did not arrive (field: '%s')\n", i,
-                         fieldText(report).c_str());
+                         test::fieldTextIn(report).c_str());
             return 1;
         }
         expansions.push_back(milliseconds(Clock::now() - sent));
         // Past the undo window's reach: select all and delete forward.
         test::runProcess({xdotool, "key", "ctrl+a", "Delete"});
-        waitUntil([&] { return fieldText(report).empty(); });
+        test::waitUntil([&] { return test::fieldTextIn(report).empty(); });
         std::this_thread::sleep_for(150ms);
     }
     const double fixed = std::chrono::duration<double, std::milli>(
@@ -212,14 +183,14 @@ int main(int argc, char** argv) {
         const auto start = Clock::now();
         test::runProcess({"/bin/sh", "-c", "\"$0\" -selection clipboard -i \"$1\" >/dev/null 2>&1",
                           xclip, copied.string()});
-        const bool listed = waitUntil(
+        const bool listed = test::waitUntil(
             [&] {
                 const auto result = toolRun({"clip", "list", "--limit", "1", "--json"});
                 const auto json = nlohmann::json::parse(result.out, nullptr, false);
                 return json.is_object() && json.contains("items") && !json["items"].empty() &&
                        json["items"][0].value("previewText", "") == text;
             },
-            5s);
+            5s, 200us);
         if (!listed) {
             std::fprintf(stderr, "copy %d never listed\n", i);
             return 1;

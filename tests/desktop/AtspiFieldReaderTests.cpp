@@ -1,6 +1,7 @@
 // The accessibility-bus field reader against a real Qt field in another process: it must see
 // which field has the focus, tell a password field apart, and read the text before the caret.
 #include "AppUI/AtspiFieldReader.h"
+#include "support/Desktop.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -21,28 +22,6 @@ using namespace std::chrono_literals;
 
 const std::string fieldPath = MARLUNE_TEST_FIELD;
 
-std::string which(const std::string& name) {
-    for (const char* dir : {"/usr/bin", "/bin", "/usr/local/bin"}) {
-        const fs::path candidate = fs::path(dir) / name;
-        if (::access(candidate.c_str(), X_OK) == 0) {
-            return candidate.string();
-        }
-    }
-    return {};
-}
-
-template <typename Done> bool pumpUntil(Done done, std::chrono::milliseconds timeout = 8s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
-
 struct FieldCase {
     const char* name;
     const char* mode;
@@ -53,7 +32,7 @@ struct FieldCase {
 
 TEST(AtspiFieldReader, FollowsTheFocusAndReadsTheField) {
     const char* display = std::getenv("DISPLAY");
-    const std::string xdotool = which("xdotool");
+    const std::string xdotool = test::findProgram("xdotool");
     if (display == nullptr || *display == '\0' || xdotool.empty()) {
         GTEST_SKIP() << "needs a display and xdotool (run through scripts/test-session.sh)";
     }
@@ -80,22 +59,15 @@ TEST(AtspiFieldReader, FollowsTheFocusAndReadsTheField) {
         test::BackgroundProcess field(args, {{"QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1"}},
                                       dir.path() / (std::string(c.name) + ".log"));
         std::string window;
-        ASSERT_TRUE(pumpUntil([&] {
-            std::istringstream lines(field.log());
-            std::string line;
-            while (std::getline(lines, line)) {
-                if (!line.empty() && std::isdigit(static_cast<unsigned char>(line[0]))) {
-                    window = line;
-                    return true;
-                }
-            }
-            return false;
+        ASSERT_TRUE(test::pumpUntil([&] {
+            window = test::windowIdIn(field.log()).value_or("");
+            return !window.empty();
         })) << field.log();
         test::runProcess({xdotool, "windowfocus", "--sync", window});
         test::runProcess({xdotool, "type", "--delay", "20", c.typed});
         // Wait for the focus event, then for the typed text to be in the field.
         std::optional<FocusedField> seen;
-        const bool read = pumpUntil([&] {
+        const bool read = test::pumpUntil([&] {
             seen = reader->focusedField();
             return seen && seen->isPassword == c.password &&
                    seen->textBeforeCaret == c.before;

@@ -7,6 +7,7 @@
 #include "MarluneCore/BoardStore.h"
 #include "MarluneCore/Settings.h"
 #include "support/LibraryFixture.h"
+#include "support/Desktop.h"
 #include "support/Process.h"
 
 #include <QCoreApplication>
@@ -21,23 +22,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-std::string readAll(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-template <typename Done> bool pumpUntil(Done done, std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
-
 TEST(BoardRemindersOnTheBus, FutureDueDatesAreShownOncePastOnesNeverAndClearedOnesWithdrawn) {
     if (std::getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
         GTEST_SKIP() << "needs a session bus (run through scripts/test-session.sh)";
@@ -51,7 +35,7 @@ TEST(BoardRemindersOnTheBus, FutureDueDatesAreShownOncePastOnesNeverAndClearedOn
     const auto log = library.dir.path() / "notifications.log";
     test::BackgroundProcess server({MARLUNE_FAKE_NOTIFICATIONS, log.string()}, {},
                                    library.dir.path() / "server.log");
-    ASSERT_TRUE(pumpUntil([&] { return server.log().find("ready") != std::string::npos; }, 5s))
+    ASSERT_TRUE(test::pumpUntil([&] { return server.log().find("ready") != std::string::npos; }, 5s))
         << server.log();
 
     Settings settings =
@@ -78,11 +62,11 @@ TEST(BoardRemindersOnTheBus, FutureDueDatesAreShownOncePastOnesNeverAndClearedOn
     reminders.reconcile(dateNow());
     ASSERT_EQ(center.pending().size(), 1U);
     EXPECT_EQ(center.pending()[0].identifier, "board.due." + soon.string());
-    EXPECT_EQ(readAll(log), "") << "shown before its time";
+    EXPECT_EQ(test::readFile(log), "") << "shown before its time";
 
-    EXPECT_TRUE(pumpUntil([&] { return !readAll(log).empty(); }, 5s));
-    pumpUntil([] { return false; }, 800ms);
-    EXPECT_EQ(readAll(log), "Notify 1 Due on your Board|Send the invoice\n");
+    EXPECT_TRUE(test::pumpUntil([&] { return !test::readFile(log).empty(); }, 5s));
+    test::pumpUntil([] { return false; }, 800ms);
+    EXPECT_EQ(test::readFile(log), "Notify 1 Due on your Board|Send the invoice\n");
     EXPECT_TRUE(center.pending().empty());
 }
 

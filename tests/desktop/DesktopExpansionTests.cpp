@@ -1,5 +1,6 @@
 // The real marlune-app in GUI mode on the test display, a real Qt text field, xdotool as the
 // typist and xclip as the other application.
+#include "support/Desktop.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -29,31 +30,6 @@ const std::string appPath = MARLUNE_APP_PATH;
 const std::string toolPath = MARLUNE_TOOL_PATH;
 const std::string fieldPath = MARLUNE_TEST_FIELD;
 
-std::string which(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::string_view dirs = path != nullptr ? path : "/usr/bin:/bin";
-    while (!dirs.empty()) {
-        const auto colon = dirs.find(':');
-        const fs::path candidate = fs::path(dirs.substr(0, colon)) / name;
-        if (::access(candidate.c_str(), X_OK) == 0) {
-            return candidate.string();
-        }
-        dirs = colon == std::string_view::npos ? std::string_view() : dirs.substr(colon + 1);
-    }
-    return {};
-}
-
-template <typename Done> bool waitUntil(Done done, std::chrono::milliseconds timeout = 6s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(20ms);
-    }
-    return true;
-}
-
 struct FieldState {
     long caret = -1;
     std::string text;
@@ -66,8 +42,8 @@ protected:
     // `settings`: the settings file the application starts with.
     void start(const std::string& settings) {
         const char* display = std::getenv("DISPLAY");
-        xdotool = which("xdotool");
-        xclip = which("xclip");
+        xdotool = test::findProgram("xdotool");
+        xclip = test::findProgram("xclip");
         if (display == nullptr || *display == '\0' || xdotool.empty() || xclip.empty()) {
             GTEST_SKIP() << "needs a display, xdotool and xclip (run through scripts/test-session.sh)";
         }
@@ -79,9 +55,9 @@ protected:
         }
         app = std::make_unique<BackgroundProcess>(std::vector<std::string>{appPath}, environment(),
                                                   dir / "app.log");
-        ASSERT_TRUE(waitUntil([&] { return tool({"ping"}).exitStatus == 0; }, 10s))
+        ASSERT_TRUE(test::waitUntil([&] { return tool({"ping"}).exitStatus == 0; }, 10s))
             << "marlune-app did not answer; its log:\n" << app->log();
-        ASSERT_TRUE(waitUntil([&] { return app->log().find("Text expansion: on") != std::string::npos; }))
+        ASSERT_TRUE(test::waitUntil([&] { return app->log().find("Text expansion: on") != std::string::npos; }))
             << app->log();
         snippet("sig", "Kind regards");
         snippet("addr", "Dear {@cursor@}, thanks");
@@ -124,22 +100,15 @@ protected:
         field = std::make_unique<BackgroundProcess>(argv, std::map<std::string, std::string>{},
                                                     dir / "field.log");
         std::string window;
-        ASSERT_TRUE(waitUntil([&] {
-            std::istringstream lines(field->log());
-            std::string line;
-            while (std::getline(lines, line)) {
-                if (!line.empty() && std::isdigit(static_cast<unsigned char>(line[0]))) {
-                    window = line;
-                    return true;
-                }
-            }
-            return false;
+        ASSERT_TRUE(test::waitUntil([&] {
+            window = test::windowIdIn(field->log()).value_or("");
+            return !window.empty();
         })) << field->log();
         if (!grab) {
             const auto focused = runProcess({xdotool, "windowfocus", "--sync", window});
             ASSERT_EQ(focused.exitStatus, 0) << focused.err;
         }
-        ASSERT_TRUE(waitUntil([&] { return fs::exists(report); }));
+        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(report); }));
     }
 
     FieldState state() {
@@ -156,7 +125,7 @@ protected:
 
     // Waits for the field to show `text`; returns what it shows in the end.
     std::string waitForText(const std::string& text, std::chrono::milliseconds timeout = 6s) {
-        waitUntil([&] { return state().text == text; }, timeout);
+        test::waitUntil([&] { return state().text == text; }, timeout);
         return state().text;
     }
 
@@ -219,7 +188,7 @@ TEST_F(DesktopExpansion, KeywordExpandsInTheFieldAndTheClipboardComesBackExactly
         type(" ");
         EXPECT_EQ(waitForText("hello Kind regards "), "hello Kind regards ");
         // Back once the target has pulled our text, or after the timeout.
-        EXPECT_TRUE(waitUntil([&] { return clipboardAs(c.type) == c.bytes; }, 4s))
+        EXPECT_TRUE(test::waitUntil([&] { return clipboardAs(c.type) == c.bytes; }, 4s))
             << "clipboard now: " << clipboardAs(c.type);
     }
 }
@@ -228,7 +197,7 @@ TEST_F(DesktopExpansion, CaretLandsOnTheCursorMark) {
     openField();
     type(";addr");
     EXPECT_EQ(waitForText("Dear , thanks"), "Dear , thanks") << app->log();
-    EXPECT_TRUE(waitUntil([&] { return state().caret == 5; })) << state().caret;
+    EXPECT_TRUE(test::waitUntil([&] { return state().caret == 5; })) << state().caret;
     type("Ann");
     EXPECT_EQ(waitForText("Dear Ann, thanks"), "Dear Ann, thanks");
 }
@@ -236,15 +205,15 @@ TEST_F(DesktopExpansion, CaretLandsOnTheCursorMark) {
 TEST_F(DesktopExpansion, FillInFormAnswersAreInsertedAndEscapeLeavesTheKeyword) {
     openField();
     type(";greet");
-    ASSERT_TRUE(waitUntil([&] { return formIsOpen(); })) << app->log();
+    ASSERT_TRUE(test::waitUntil([&] { return formIsOpen(); })) << app->log();
     type("Ann");
     key("Return");
     EXPECT_EQ(waitForText("Hi Ann!"), "Hi Ann!") << app->log();
 
     type(" ;greet");
-    ASSERT_TRUE(waitUntil([&] { return formIsOpen(); })) << app->log();
+    ASSERT_TRUE(test::waitUntil([&] { return formIsOpen(); })) << app->log();
     key("Escape");
-    ASSERT_TRUE(waitUntil([&] { return !formIsOpen(); }));
+    ASSERT_TRUE(test::waitUntil([&] { return !formIsOpen(); }));
     std::this_thread::sleep_for(500ms);
     EXPECT_EQ(state().text, "Hi Ann! ;greet");
 }
@@ -266,7 +235,7 @@ TEST_F(DesktopExpansion, CopiesReachTheHistoryButExpansionsAndRestoresDoNot) {
         return nlohmann::json::parse(result.out, nullptr, false);
     };
     copyWithXclip("UTF8_STRING", "copied in another application");
-    ASSERT_TRUE(waitUntil([&] {
+    ASSERT_TRUE(test::waitUntil([&] {
         const auto page = listed();
         return page.is_object() && page["items"].size() == 1 &&
                page["items"][0].value("previewText", "") == "copied in another application";
@@ -276,7 +245,7 @@ TEST_F(DesktopExpansion, CopiesReachTheHistoryButExpansionsAndRestoresDoNot) {
     openField();
     type(";sig");
     ASSERT_EQ(waitForText("Kind regards"), "Kind regards") << app->log();
-    ASSERT_TRUE(waitUntil([&] { return clipboardAs("UTF8_STRING") == "copied in another application"; }));
+    ASSERT_TRUE(test::waitUntil([&] { return clipboardAs("UTF8_STRING") == "copied in another application"; }));
     // Past the capture's settle time and its next poll.
     std::this_thread::sleep_for(1s);
     const auto page = listed();
@@ -286,7 +255,7 @@ TEST_F(DesktopExpansion, CopiesReachTheHistoryButExpansionsAndRestoresDoNot) {
 
 TEST_F(DesktopExpansion, BoardCaptureTakesTheSelectionOnceAndRefusesNothingAndSecrets) {
     const auto toasted = [&](const std::string& text) {
-        return waitUntil([&] { return app->log().find("Board: " + text) != std::string::npos; });
+        return test::waitUntil([&] { return app->log().find("Board: " + text) != std::string::npos; });
     };
     openField();
     type("Call the plumber");
@@ -320,7 +289,7 @@ TEST_F(DesktopExpansion, CopiesWhileAnExcludedApplicationIsActiveAreNotCaptured)
     };
     openField();
     copyWithXclip("UTF8_STRING", "copied in the field's window");
-    ASSERT_TRUE(waitUntil([&] { return listed()["items"].size() == 1; })) << app->log();
+    ASSERT_TRUE(test::waitUntil([&] { return listed()["items"].size() == 1; })) << app->log();
     // The active window's class is what a rule names; take it from the clip just captured.
     const auto source = listed()["items"][0]["sourceApp"];
     ASSERT_TRUE(source.is_object() && source.contains("bundleID")) << listed().dump();

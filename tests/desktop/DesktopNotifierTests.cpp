@@ -1,6 +1,7 @@
 // Notices through a notification service of our own on the private session bus.
 #include "AppUI/DesktopNotifier.h"
 #include "Marlune/ExpansionService.h"
+#include "support/Desktop.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -16,22 +17,6 @@ namespace marlune {
 namespace {
 
 using namespace std::chrono_literals;
-
-std::string readAll(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-template <typename Done> bool waitUntil(Done done, std::chrono::milliseconds timeout = 5s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
 
 TEST(DesktopNotifier, NoticesReachTheServiceAndAreWithdrawnOrReportedMissing) {
     if (std::getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
@@ -52,7 +37,7 @@ TEST(DesktopNotifier, NoticesReachTheServiceAndAreWithdrawnOrReportedMissing) {
     const auto log = dir.path() / "notifications.log";
     test::BackgroundProcess server({MARLUNE_FAKE_NOTIFICATIONS, log.string()}, {},
                                    dir.path() / "server.log");
-    ASSERT_TRUE(waitUntil([&] { return server.log().find("ready") != std::string::npos; }))
+    ASSERT_TRUE(test::waitUntil([&] { return server.log().find("ready") != std::string::npos; }))
         << server.log();
 
     const auto shown = notifier.notify("Due on your Board", "Send the invoice", "board.due");
@@ -63,7 +48,7 @@ TEST(DesktopNotifier, NoticesReachTheServiceAndAreWithdrawnOrReportedMissing) {
                                  "Notify 2 You've typed this a few times — make it a snippet?|"
                                  "“see you tomorrow then”\n"
                                  "Close 1\n";
-    EXPECT_TRUE(waitUntil([&] { return readAll(log) == expected; })) << readAll(log);
+    EXPECT_TRUE(test::waitUntil([&] { return test::readFile(log) == expected; })) << test::readFile(log);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "MarluneCore/ClipStore.h"
 #include "MarluneCore/PasteStackModel.h"
 #include "support/LibraryFixture.h"
+#include "support/Desktop.h"
 #include "support/Process.h"
 
 #include <QApplication>
@@ -21,38 +22,9 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-std::string which(const std::string& name) {
-    for (const char* dir : {"/usr/bin", "/bin", "/usr/local/bin"}) {
-        const fs::path candidate = fs::path(dir) / name;
-        if (::access(candidate.c_str(), X_OK) == 0) {
-            return candidate.string();
-        }
-    }
-    return {};
-}
-
-template <typename Done> bool pumpUntil(Done done, std::chrono::milliseconds timeout = 6s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
-
-std::string fieldText(const fs::path& report) {
-    std::ifstream in(report, std::ios::binary);
-    std::string caret;
-    std::getline(in, caret);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 TEST(DesktopPasteStack, CtrlVPastesTheQueuedClipsInOrderThenLetsGo) {
     const char* display = std::getenv("DISPLAY");
-    const std::string xdotool = which("xdotool");
+    const std::string xdotool = test::findProgram("xdotool");
     if (display == nullptr || *display == '\0' || xdotool.empty()) {
         GTEST_SKIP() << "needs a display and xdotool (run through scripts/test-session.sh)";
     }
@@ -89,16 +61,9 @@ TEST(DesktopPasteStack, CtrlVPastesTheQueuedClipsInOrderThenLetsGo) {
     test::BackgroundProcess field({MARLUNE_TEST_FIELD, fieldReport.string()}, {},
                                   library.dir.path() / "field.log");
     std::string window;
-    ASSERT_TRUE(pumpUntil([&] {
-        std::istringstream lines(field.log());
-        std::string line;
-        while (std::getline(lines, line)) {
-            if (!line.empty() && std::isdigit(static_cast<unsigned char>(line[0]))) {
-                window = line;
-                return true;
-            }
-        }
-        return false;
+    ASSERT_TRUE(test::pumpUntil([&] {
+        window = test::windowIdIn(field.log()).value_or("");
+        return !window.empty();
     })) << field.log();
     test::runProcess({xdotool, "windowfocus", "--sync", window});
 
@@ -109,10 +74,10 @@ TEST(DesktopPasteStack, CtrlVPastesTheQueuedClipsInOrderThenLetsGo) {
         expected += text;
         // xdotool runs while our event loop is busy elsewhere; the paste needs the loop.
         test::BackgroundProcess press({xdotool, "key", "ctrl+v"}, {}, library.dir.path() / "key.log");
-        EXPECT_TRUE(pumpUntil([&] { return fieldText(fieldReport) == expected; }))
-            << "field: '" << fieldText(fieldReport) << "'";
+        EXPECT_TRUE(test::pumpUntil([&] { return test::fieldTextIn(fieldReport) == expected; }))
+            << "field: '" << test::fieldTextIn(fieldReport) << "'";
         // Let the stack take its shortcut back before the next press.
-        pumpUntil([] { return false; }, PasteStackService::rearmDelay + 200ms);
+        test::pumpUntil([] { return false; }, PasteStackService::rearmDelay + 200ms);
     }
     EXPECT_FALSE(services.pasteStack()->isArmed());
     EXPECT_TRUE(model->isEmpty());
