@@ -15,7 +15,9 @@ std::optional<PasteStackEntry> decodePasteStackEntry(const nlohmann::json& json)
     if (!json.is_object() || json.size() != 1) {
         return std::nullopt;
     }
-    const auto& [key, wrapper] = *json.items().begin();
+    const auto only = json.begin();
+    const std::string& key = only.key();
+    const nlohmann::json& wrapper = only.value();
     if (!wrapper.is_object() || wrapper.size() != 1 || !wrapper.contains("_0") ||
         !wrapper["_0"].is_string()) {
         return std::nullopt;
