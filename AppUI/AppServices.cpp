@@ -146,6 +146,13 @@ std::vector<std::string> AppServices::start(std::shared_ptr<PasteStackModel> pas
         boardCapture_->captured = [this](const BoardStore::AddResult&) {
             reminders_->reconcile(clock_());
         };
+        // The tray comes later than the services and goes first; until it exists, and once it
+        // is gone, a capture simply does not pulse.
+        boardCapture_->pulse = [this] {
+            if (tray_) {
+                tray_->pulse();
+            }
+        };
         std::string shortcut = "Board capture: Shift twice";
         if (hotKeys_) {
             const auto registered = boardCapture_->registerHotKeys(*hotKeys_, kBoardCaptureChord);
@@ -226,6 +233,7 @@ HotKeys* AppServices::hotKeys() { return hotKeys_.get(); }
 
 TrayIcon::Toggles AppServices::trayToggles() {
     TrayIcon::Toggles toggles;
+    toggles.attached = [this](TrayIcon& tray) { tray_ = &tray; };
     if (expansion_) {
         toggles.pauseExpansion = [this](bool paused) {
             expansion_->setPaused(paused);

@@ -15,6 +15,7 @@
 #include "MarluneCore/ModelContext.h"
 #include "MarluneCore/Settings.h"
 
+#include <QPointer>
 #include <functional>
 #include <memory>
 #include <string>
@@ -64,7 +65,8 @@ public:
     DesktopNotifier& notifier() { return notifier_; }
     FillInController& fillIn() { return fillIn_; }
 
-    // The tray's pause toggles for the services that run.
+    // The tray's pause toggles for the services that run; the tray built from them is the
+    // one a Board capture pulses.
     TrayIcon::Toggles trayToggles();
 
     // The library or the settings changed (a command, an import): keywords and settings are
@@ -111,6 +113,7 @@ private:
     ToastPopup toast_;
     ThemeSoundPlayer sound_;
     std::unique_ptr<BoardCaptureService> boardCapture_;
+    QPointer<TrayIcon> tray_;
     std::unique_ptr<ScheduledReminderCenter> reminderCenter_;
     std::unique_ptr<BoardReminders> reminders_;
     // The paste stack owns the handler of a hot-key connection of its own.

@@ -1,6 +1,7 @@
 #include "Marlune/BoardCaptureService.h"
 
 #include "ClipboardKit/CaptureGate.h"
+#include "ClipboardKit/NewClipFromCapture.h"
 #include "ClipboardKit/SecretDetector.h"
 #include "Marlune/ClipboardCaptureService.h"
 #include "MarluneCore/CaptureRuleStore.h"
@@ -22,27 +23,6 @@ std::string lower(std::string_view text) {
     std::transform(out.begin(), out.end(), out.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return out;
-}
-
-NewClip newClipFrom(const CapturedClip& captured, const std::optional<ActiveWindow>& source,
-                    Date now) {
-    NewClip clip;
-    clip.kind = captured.kind;
-    clip.previewText = captured.previewText;
-    clip.contentHash = captured.contentHash;
-    for (const CapturedRepresentation& rep : captured.representations) {
-        Representation stored;
-        stored.utTypeIdentifier = rep.utType;
-        stored.text = rep.text;
-        stored.data = rep.data;
-        stored.createdAt = now;
-        clip.representations.push_back(std::move(stored));
-    }
-    if (source && !source->bundleIdentifier.empty()) {
-        clip.sourceAppBundleID = source->bundleIdentifier;
-        clip.sourceAppName = source->bundleIdentifier;
-    }
-    return clip;
 }
 
 } // namespace
@@ -228,8 +208,8 @@ void BoardCaptureService::contentArrived() {
                 source.url = std::move(*address);
             }
         }
-        const NewClip content = newClipFrom(*clipFound, source_, clock_());
         const std::string bundleID = source_ ? source_->bundleIdentifier : std::string();
+        const NewClip content = newClipFromCapture(*clipFound, clock_(), bundleID);
         auto board = makeStore();
         if (choosing_ && chooseSection) {
             chooseSection(board.sections(), [this, alive = std::weak_ptr<bool>(alive_), content,

@@ -1,6 +1,7 @@
 #include "Marlune/ClipboardCaptureService.h"
 
 #include "ClipboardKit/CaptureGate.h"
+#include "ClipboardKit/NewClipFromCapture.h"
 #include "MarluneCore/CaptureRuleStore.h"
 #include "MarluneCore/ClipStore.h"
 #include "MarluneCore/Log.h"
@@ -15,30 +16,6 @@ namespace marlune {
 namespace {
 
 constexpr Logger captureLog{"capture"};
-
-NewClip newClipFrom(const CapturedClip& captured, const std::optional<ActiveWindow>& source,
-                    Date now) {
-    NewClip clip;
-    clip.kind = captured.kind;
-    clip.previewText = captured.previewText;
-    clip.contentHash = captured.contentHash;
-    clip.representations.reserve(captured.representations.size());
-    for (const CapturedRepresentation& rep : captured.representations) {
-        Representation stored;
-        stored.utTypeIdentifier = rep.utType;
-        stored.text = rep.text;
-        stored.data = rep.data;
-        stored.createdAt = now;
-        clip.representations.push_back(std::move(stored));
-    }
-    if (source && !source->bundleIdentifier.empty()) {
-        clip.sourceAppBundleID = source->bundleIdentifier;
-        // X11 has no localized application name; the window class is the nearest thing, and
-        // unlike the window title it never carries a document name or an e-mail subject.
-        clip.sourceAppName = source->bundleIdentifier;
-    }
-    return clip;
-}
 
 } // namespace
 
@@ -154,7 +131,9 @@ void ClipboardCaptureService::capture() {
     if (const CapturedClip* captured = decision.capturedClip()) {
         const Date now = clock_();
         ClipStore store(context_, ClipStoreSettings::read(settings_));
-        const Clip clip = store.capture(newClipFrom(*captured, source, now), now);
+        const std::string_view sourceClass =
+            source ? std::string_view(source->bundleIdentifier) : std::string_view();
+        const Clip clip = store.capture(newClipFromCapture(*captured, now, sourceClass), now);
         if (clip.primaryKind == ClipKind::image && onImageCaptured) {
             onImageCaptured(clip);
         }
