@@ -586,7 +586,7 @@ std::variant<ToolOutput, CLIErrorPayload> restored(const CLIResponse& response, 
     if (auto* error = std::get_if<CLIErrorPayload>(&text)) {
         return std::move(*error);
     }
-    const auto json = parseWireJSON(std::get<std::string>(text));
+    const auto json = parseWireJSON(std::get<std::string_view>(text));
     if (json && json->is_object() && json->contains("keyword")) {
         auto snippet = decodeResult<SnippetDTO>(response);
         if (auto* error = std::get_if<CLIErrorPayload>(&snippet)) {
@@ -940,8 +940,12 @@ std::variant<ToolOutput, CLIErrorPayload> prettyJSON(const CLIResponse& response
     if (auto* error = std::get_if<CLIErrorPayload>(&text)) {
         return std::move(*error);
     }
-    const auto& raw = std::get<std::string>(text);
-    // The depth-limited reader vets the text first; the ordered one keeps the key order.
+    const auto raw = std::get<std::string_view>(text);
+    if (auto laidOut = cliJSONText::indented(raw, cliMaxJSONDepth, 2)) {
+        return ToolOutput{std::move(*laidOut) + "\n", {}, 0};
+    }
+    // Not plain enough for the direct path (or not JSON at all): through the document. The
+    // depth-limited reader vets the text first; the ordered one keeps the key order.
     if (!parseWireJSON(raw)) {
         return CLIErrorPayload{std::string(CLIErrorCode::runtime),
                                "The application's result is not JSON.", std::nullopt};

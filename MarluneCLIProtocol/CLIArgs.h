@@ -62,7 +62,7 @@ std::variant<Result, CLIErrorPayload> decodeResult(const CLIResponse& response) 
         return std::move(*error);
     }
     try {
-        return decodeWireText<Result>(std::get<std::string>(text));
+        return decodeWireText<Result>(std::get<std::string_view>(text));
     } catch (const CLIRecordError& error) {
         return CLIErrorPayload{std::string(CLIErrorCode::runtime),
                                "The application's result could not be read: " +

@@ -10,6 +10,8 @@ namespace marlune {
 // held in std::string because what travels is JSON text.
 struct CLIBase64 {
     static std::string encode(std::string_view bytes);
+    // The same text appended to `out`.
+    static void appendEncoded(std::string& out, std::string_view bytes);
 
     // Strict: length a multiple of four, alphabet characters only, padding only at the end and
     // zero bits in the unused tail, so a corrupted text is refused instead of half-decoded.

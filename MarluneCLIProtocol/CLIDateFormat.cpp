@@ -27,14 +27,34 @@ std::string CLIDateFormat::format(CLIDate date) {
     const auto day = floor<days>(seconds);
     const year_month_day ymd{day};
     const hh_mm_ss time{seconds - day};
-    char buffer[64];
     const int year = static_cast<int>(ymd.year());
-    std::snprintf(buffer, sizeof buffer, "%s%04d-%02u-%02uT%02d:%02d:%02dZ", year < 0 ? "-" : "",
-                  year < 0 ? -year : year, static_cast<unsigned>(ymd.month()),
-                  static_cast<unsigned>(ymd.day()), static_cast<int>(time.hours().count()),
-                  static_cast<int>(time.minutes().count()),
-                  static_cast<int>(time.seconds().count()));
-    return buffer;
+    const auto month = static_cast<unsigned>(ymd.month());
+    const auto dayOfMonth = static_cast<unsigned>(ymd.day());
+    const auto hour = static_cast<int>(time.hours().count());
+    const auto minute = static_cast<int>(time.minutes().count());
+    const auto second = static_cast<int>(time.seconds().count());
+    if (year < 0 || year > 9999) {
+        char buffer[64];
+        std::snprintf(buffer, sizeof buffer, "%s%04d-%02u-%02uT%02d:%02d:%02dZ",
+                      year < 0 ? "-" : "", year < 0 ? -year : year, month, dayOfMonth, hour,
+                      minute, second);
+        return buffer;
+    }
+    // The common case without printf: listings format thousands of dates.
+    std::string out = "0000-00-00T00:00:00Z";
+    const auto put = [&](std::size_t at, int value, int width) {
+        for (int i = width - 1; i >= 0; --i) {
+            out[at + static_cast<std::size_t>(i)] = static_cast<char>('0' + value % 10);
+            value /= 10;
+        }
+    };
+    put(0, year, 4);
+    put(5, static_cast<int>(month), 2);
+    put(8, static_cast<int>(dayOfMonth), 2);
+    put(11, hour, 2);
+    put(14, minute, 2);
+    put(17, second, 2);
+    return out;
 }
 
 std::optional<CLIDate> CLIDateFormat::parse(std::string_view text) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "MarluneCLIProtocol/CLIDateFormat.h"
+#include "MarluneCLIProtocol/CLIJSONText.h"
 #include "MarluneCLIProtocol/CLIJSONValue.h"
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -15,6 +17,7 @@
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace marlune {
@@ -71,6 +74,16 @@ constexpr CLIField<Record, Member> cliField(const char* key, Member Record::*mem
 template <class T>
 concept CLIRecord = requires {
     T::fields();
+};
+
+class CLIJSONReader;
+
+// A value that writes and reads its own JSON text (only through the streaming codec), for
+// payloads too large to go through an intermediate copy.
+template <class T>
+concept CLIWireText = requires(std::string& out, const T& value, CLIJSONReader& in, T& into) {
+    T::writeWireJSON(out, value);
+    T::readWireJSON(in, into);
 };
 
 namespace cliwire_detail {
@@ -267,19 +280,362 @@ template <CLIRecord T> void from_json(const CLIJSONInput& json, T& value) {
 // anything else that is not one JSON document yield nothing.
 std::optional<CLIJSONInput> parseWireJSON(std::string_view text);
 
-// Compact JSON text of a wire value; invalid UTF-8 in a string is replaced, never thrown.
-template <class T> std::string encodeWireText(const T& value) {
-    return encodeWire<CLIJSON>(value).dump(-1, ' ', false, CLIJSON::error_handler_t::replace);
+namespace cliwire_detail {
+
+// Streaming: records are written straight to text and read straight from it, with the same
+// output and the same answers (values, errors and their paths) as going through a document.
+
+template <class T> void writeWire(std::string& out, const T& value);
+
+template <class Record, class Member>
+void writeField(std::string& out, bool& first, const Record& record,
+                const CLIField<Record, Member>& field) {
+    const Member& member = record.*(field.member);
+    if constexpr (IsOptional<Member>::value) {
+        if (!member) {
+            return;
+        }
+    }
+    if (!first) {
+        out += ',';
+    }
+    first = false;
+    cliJSONText::appendString(out, field.key);
+    out += ':';
+    if constexpr (IsOptional<Member>::value) {
+        writeWire(out, *member);
+    } else {
+        writeWire(out, member);
+    }
 }
 
-// Throws CLIRecordError ("must be a JSON document" for text that does not parse).
-template <class T> T decodeWireText(std::string_view text) {
-    const auto json = parseWireJSON(text);
-    if (!json) {
-        throw CLIRecordError({}, "must be a JSON document");
+template <class T> void writeWire(std::string& out, const T& value) {
+    if constexpr (CLIWireText<T>) {
+        T::writeWireJSON(out, value);
+    } else if constexpr (CLIRecord<T>) {
+        out += '{';
+        bool first = true;
+        std::apply([&](const auto&... field) { (writeField(out, first, value, field), ...); },
+                   T::fields());
+        out += '}';
+    } else if constexpr (std::is_same_v<T, CLIDate>) {
+        cliJSONText::appendString(out, CLIDateFormat::format(value));
+    } else if constexpr (std::is_same_v<T, CLIJSONValue>) {
+        std::visit(
+            [&](const auto& v) {
+                using V = std::decay_t<decltype(v)>;
+                if constexpr (std::is_same_v<V, std::nullptr_t>) {
+                    out += "null";
+                } else {
+                    writeWire(out, v);
+                }
+            },
+            value.value);
+    } else if constexpr (IsVector<T>::value) {
+        out += '[';
+        for (std::size_t i = 0; i < value.size(); ++i) {
+            if (i > 0) {
+                out += ',';
+            }
+            writeWire(out, value[i]);
+        }
+        out += ']';
+    } else if constexpr (IsStringMap<T>::value) {
+        out += '{';
+        bool first = true;
+        for (const auto& [key, element] : value) {
+            if (!first) {
+                out += ',';
+            }
+            first = false;
+            cliJSONText::appendString(out, key);
+            out += ':';
+            writeWire(out, element);
+        }
+        out += '}';
+    } else if constexpr (std::is_same_v<T, std::string>) {
+        cliJSONText::appendString(out, value);
+    } else if constexpr (std::is_same_v<T, bool>) {
+        out += value ? "true" : "false";
+    } else if constexpr (std::is_same_v<T, std::int64_t> || std::is_same_v<T, std::int32_t>) {
+        cliJSONText::appendInteger(out, value);
+    } else {
+        static_assert(std::is_same_v<T, double>, "not a wire type");
+        cliJSONText::appendDouble(out, value);
     }
+}
+
+// Reading. A value of the wrong shape throws CLIRecordError; the container holding it then
+// skips the value whole (a syntax error further on still wins) and reports the failure the
+// way the document decoder would: a record its first failing key in declaration order, an
+// array its first failing element, a map its failing key that sorts first. A repeated key
+// counts with its last value, as in a parsed document.
+
+template <class T> void readWire(CLIJSONReader& in, T& out);
+
+inline std::int64_t readInteger(CLIJSONReader& in) {
+    if (in.peek() != CLIJSONReader::Kind::number) {
+        throw CLIRecordError({}, "must be an integer");
+    }
+    const auto number = in.readNumber();
+    if (number.isInteger) {
+        if (number.isNegative) {
+            return number.signedValue;
+        }
+        if (number.unsignedValue <=
+            static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+            return static_cast<std::int64_t>(number.unsignedValue);
+        }
+    }
+    throw CLIRecordError({}, "must be an integer");
+}
+
+// Reads one value into `out` with `read`; a shape failure leaves the reader after the value
+// and is returned instead of thrown.
+template <class Read>
+std::optional<CLIRecordError> readGuarded(CLIJSONReader& in, const Read& read) {
+    const auto mark = in.mark();
+    try {
+        read();
+        return std::nullopt;
+    } catch (const CLIRecordError& error) {
+        in.rewind(mark);
+        in.skipValue();
+        return error;
+    }
+}
+
+template <class Record, class Member>
+void readField(CLIJSONReader& in, Record& record, const CLIField<Record, Member>& field) {
+    Member& member = record.*(field.member);
+    if constexpr (IsOptional<Member>::value) {
+        if (in.peek() == CLIJSONReader::Kind::null) {
+            in.readNull();
+            member.reset();
+            return;
+        }
+        typename Member::value_type value{};
+        readWire(in, value);
+        member = std::move(value);
+    } else {
+        readWire(in, member);
+    }
+}
+
+template <class Record, std::size_t... I>
+void readFieldAt(CLIJSONReader& in, Record& record, std::size_t index,
+                 std::index_sequence<I...>) {
+    [[maybe_unused]] constexpr auto fields = Record::fields();
+    (void)((index == I ? (readField(in, record, std::get<I>(fields)), true) : false) || ...);
+}
+
+// After the record's last key: its first failure in declaration order, else absent optionals
+// cleared.
+template <class Record, class Member>
+void checkField(Record& record, const CLIField<Record, Member>& field, bool seen,
+                const std::optional<CLIRecordError>& error) {
+    if (error) {
+        throw error->within(field.key);
+    }
+    if (!seen) {
+        if constexpr (IsOptional<Member>::value) {
+            (record.*(field.member)).reset();
+        } else {
+            throw CLIRecordError(field.key, "is missing");
+        }
+    }
+}
+
+template <class Record, std::size_t N, std::size_t... I>
+void checkFields(Record& record, const std::array<bool, N>& seen,
+                 const std::array<std::optional<CLIRecordError>, N>& errors,
+                 std::index_sequence<I...>) {
+    [[maybe_unused]] constexpr auto fields = Record::fields();
+    (checkField(record, std::get<I>(fields), seen[I], errors[I]), ...);
+}
+
+template <class Record> void readRecord(CLIJSONReader& in, Record& record) {
+    constexpr auto fields = Record::fields();
+    constexpr std::size_t count = std::tuple_size_v<decltype(fields)>;
+    static constexpr auto keys = std::apply(
+        [](const auto&... field) { return std::array<std::string_view, count>{field.key...}; },
+        fields);
+    if (in.peek() != CLIJSONReader::Kind::object) {
+        throw CLIRecordError({}, "must be an object");
+    }
+    std::array<bool, count> seen{};
+    std::array<std::optional<CLIRecordError>, count> errors;
+    in.beginObject();
+    std::string_view key;
+    std::size_t hint = 0;
+    while (in.nextKey(key)) {
+        // Keys mostly come in declaration order: look at the expected one first.
+        std::size_t index = count;
+        for (std::size_t n = 0; n < count; ++n) {
+            const std::size_t candidate = (hint + n) % count;
+            if (keys[candidate] == key) {
+                index = candidate;
+                break;
+            }
+        }
+        if (index == count) {
+            in.skipValue();
+            continue;
+        }
+        hint = index + 1;
+        seen[index] = true;
+        errors[index] = readGuarded(in, [&] {
+            readFieldAt(in, record, index, std::make_index_sequence<count>());
+        });
+    }
+    checkFields(record, seen, errors, std::make_index_sequence<count>());
+}
+
+template <class T> void readWire(CLIJSONReader& in, T& out) {
+    using Kind = CLIJSONReader::Kind;
+    if constexpr (CLIWireText<T>) {
+        T::readWireJSON(in, out);
+    } else if constexpr (CLIRecord<T>) {
+        readRecord(in, out);
+    } else if constexpr (std::is_same_v<T, CLIDate>) {
+        std::optional<CLIDate> date;
+        if (in.peek() == Kind::string) {
+            std::string text;
+            in.readString(text);
+            date = CLIDateFormat::parse(text);
+        }
+        if (!date) {
+            throw CLIRecordError({}, "must be a date such as 2026-03-04T05:06:07Z");
+        }
+        out = *date;
+    } else if constexpr (std::is_same_v<T, CLIJSONValue>) {
+        switch (in.peek()) {
+        case Kind::null: in.readNull(); out = CLIJSONValue::null(); return;
+        case Kind::boolean: out = CLIJSONValue::boolean(in.readBoolean()); return;
+        case Kind::string: {
+            std::string text;
+            in.readString(text);
+            out = CLIJSONValue::string(std::move(text));
+            return;
+        }
+        case Kind::number: {
+            const auto number = in.readNumber();
+            if (number.isInteger && number.isNegative) {
+                out = CLIJSONValue::integer(number.signedValue);
+                return;
+            }
+            if (number.isInteger && number.unsignedValue <= static_cast<std::uint64_t>(
+                                                                 std::numeric_limits<std::int64_t>::max())) {
+                out = CLIJSONValue::integer(static_cast<std::int64_t>(number.unsignedValue));
+                return;
+            }
+            break;
+        }
+        default: break;
+        }
+        throw CLIRecordError({}, "must be null, a Boolean, an integer or a string");
+    } else if constexpr (IsVector<T>::value) {
+        if (in.peek() != Kind::array) {
+            throw CLIRecordError({}, "must be an array");
+        }
+        out.clear();
+        std::optional<CLIRecordError> failure;
+        in.beginArray();
+        for (std::size_t i = 0; in.nextElement(); ++i) {
+            if (failure) {
+                in.skipValue();
+                continue;
+            }
+            typename T::value_type element{};
+            failure = readGuarded(in, [&] { readWire(in, element); });
+            if (failure) {
+                failure = failure->within("[" + std::to_string(i) + "]");
+            } else {
+                out.push_back(std::move(element));
+            }
+        }
+        if (failure) {
+            throw *failure;
+        }
+    } else if constexpr (IsStringMap<T>::value) {
+        if (in.peek() != Kind::object) {
+            throw CLIRecordError({}, "must be an object");
+        }
+        out.clear();
+        std::map<std::string, CLIRecordError> failures;
+        in.beginObject();
+        std::string_view keyView;
+        while (in.nextKey(keyView)) {
+            std::string key(keyView);
+            typename T::mapped_type element{};
+            failures.erase(key);
+            if (auto failure = readGuarded(in, [&] { readWire(in, element); })) {
+                failures.emplace(key, failure->within(key));
+            } else {
+                out.insert_or_assign(std::move(key), std::move(element));
+            }
+        }
+        if (!failures.empty()) {
+            throw failures.begin()->second;
+        }
+    } else if constexpr (std::is_same_v<T, std::string>) {
+        if (in.peek() != Kind::string) {
+            throw CLIRecordError({}, "must be a string");
+        }
+        in.readString(out);
+    } else if constexpr (std::is_same_v<T, bool>) {
+        if (in.peek() != Kind::boolean) {
+            throw CLIRecordError({}, "must be a Boolean");
+        }
+        out = in.readBoolean();
+    } else if constexpr (std::is_same_v<T, std::int64_t>) {
+        out = readInteger(in);
+    } else if constexpr (std::is_same_v<T, std::int32_t>) {
+        const std::int64_t wide = readInteger(in);
+        if (wide < std::numeric_limits<std::int32_t>::min() ||
+            wide > std::numeric_limits<std::int32_t>::max()) {
+            throw CLIRecordError({}, "must be a 32-bit integer");
+        }
+        out = static_cast<std::int32_t>(wide);
+    } else {
+        static_assert(std::is_same_v<T, double>, "not a wire type");
+        if (in.peek() != Kind::number) {
+            throw CLIRecordError({}, "must be a number");
+        }
+        out = in.readNumber().realValue;
+    }
+}
+
+} // namespace cliwire_detail
+
+// Compact JSON text of a wire value; invalid UTF-8 in a string is replaced, never thrown.
+template <class T> std::string encodeWireText(const T& value) {
+    std::string out;
+    cliwire_detail::writeWire(out, value);
+    return out;
+}
+
+// Throws CLIRecordError ("must be a JSON document" for text that does not parse, which wins
+// over any other failure; nesting deeper than cliMaxJSONDepth does not parse).
+template <class T> T decodeWireText(std::string_view text) {
+    const CLIRecordError notADocument({}, "must be a JSON document");
     T value{};
-    decodeWire(*json, value);
+    try {
+        CLIJSONReader in(text, cliMaxJSONDepth);
+        cliwire_detail::readWire(in, value);
+        in.finish();
+    } catch (const CLIJSONSyntaxError&) {
+        throw notADocument;
+    } catch (const CLIRecordError&) {
+        try {
+            CLIJSONReader check(text, cliMaxJSONDepth);
+            check.skipValue();
+            check.finish();
+        } catch (const CLIJSONSyntaxError&) {
+            throw notADocument;
+        }
+        throw;
+    }
     return value;
 }
 

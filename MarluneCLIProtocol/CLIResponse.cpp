@@ -7,11 +7,39 @@ namespace marlune {
 
 namespace {
 
-// The response as it travels, with the result still in Base64.
-struct ResponseWire {
+// The result record's JSON text as it travels, in Base64, encoded straight into the response
+// text and decoded straight from it: a large listing is not copied once more on either side.
+struct Base64Out {
+    std::string_view bytes;
+    static void writeWireJSON(std::string& out, const Base64Out& value) {
+        out += '"';
+        CLIBase64::appendEncoded(out, value.bytes);
+        out += '"';
+    }
+    static void readWireJSON(CLIJSONReader&, Base64Out&) {}
+};
+
+struct Base64In {
+    std::string bytes;
+    static void writeWireJSON(std::string&, const Base64In&) {}
+    static void readWireJSON(CLIJSONReader& in, Base64In& value) {
+        if (in.peek() != CLIJSONReader::Kind::string) {
+            throw CLIRecordError({}, "must be a string");
+        }
+        std::string scratch;
+        auto decoded = CLIBase64::decode(in.readStringView(scratch));
+        if (!decoded) {
+            throw CLIRecordError({}, "must be Base64 text");
+        }
+        value.bytes = std::move(*decoded);
+    }
+};
+
+// The response as it travels.
+template <class Payload> struct ResponseWire {
     std::int64_t v = 0;
     bool ok = false;
-    std::optional<std::string> resultJSON;
+    std::optional<Payload> resultJSON;
     std::optional<CLIErrorPayload> error;
     std::vector<CLIWarningPayload> warnings;
 
@@ -39,36 +67,29 @@ CLIResponse CLIResponse::failure(std::string_view code, std::string message,
 }
 
 std::string CLIResponse::encode() const {
-    std::optional<std::string> result;
+    ResponseWire<Base64Out> wire{v, ok, std::nullopt, error, warnings};
     if (resultJSON) {
-        result = CLIBase64::encode(*resultJSON);
+        wire.resultJSON = Base64Out{*resultJSON};
     }
-    return encodeWireText(ResponseWire{v, ok, std::move(result), error, warnings});
+    return encodeWireText(wire);
 }
 
 std::optional<CLIResponse> CLIResponse::decode(std::string_view payload) {
-    const auto json = parseWireJSON(payload);
-    if (!json) {
-        return std::nullopt;
-    }
-    ResponseWire wire;
+    ResponseWire<Base64In> wire;
     try {
-        decodeWire(*json, wire);
+        wire = decodeWireText<ResponseWire<Base64In>>(payload);
     } catch (const CLIRecordError&) {
         return std::nullopt;
     }
     std::optional<std::string> result;
     if (wire.resultJSON) {
-        result = CLIBase64::decode(*wire.resultJSON);
-        if (!result) {
-            return std::nullopt;
-        }
+        result = std::move(wire.resultJSON->bytes);
     }
     return CLIResponse{wire.v, wire.ok, std::move(result), std::move(wire.error),
                        std::move(wire.warnings)};
 }
 
-std::variant<std::string, CLIErrorPayload> CLIResponse::result() const {
+std::variant<std::string_view, CLIErrorPayload> CLIResponse::result() const {
     if (!ok) {
         if (error) {
             return *error;

@@ -32,9 +32,9 @@ struct CLIResponse {
     // Nothing when the payload is not a response or `resultJSON` is not Base64.
     static std::optional<CLIResponse> decode(std::string_view payload);
 
-    // For the tool: the result's JSON text, or the error to report. A success without a
-    // result is "Response had no result payload.".
-    std::variant<std::string, CLIErrorPayload> result() const;
+    // For the tool: the result's JSON text (valid while the response lives), or the error to
+    // report. A success without a result is "Response had no result payload.".
+    std::variant<std::string_view, CLIErrorPayload> result() const;
 
     friend bool operator==(const CLIResponse&, const CLIResponse&) = default;
 };

@@ -108,7 +108,10 @@ std::variant<std::string, CLIWireError> CLIWire::readFrame(const ReadSome& read)
     const std::size_t length = std::get<std::uint32_t>(decoded);
 
     constexpr std::size_t chunk = 64 * 1024;
+    // Reserving the announced length costs address space only: pages are touched as the
+    // chunks arrive, and growing by copies would touch the large payloads twice over.
     std::string payload;
+    payload.reserve(length);
     while (payload.size() < length) {
         const std::size_t start = payload.size();
         payload.resize(start + std::min(chunk, length - start));
@@ -122,6 +125,17 @@ std::variant<std::string, CLIWireError> CLIWire::readFrame(const ReadSome& read)
 }
 
 std::optional<CLIWireError> CLIWire::writeFrame(const WriteSome& write, std::string_view payload) {
+    if (payload.size() > 64 * 1024 && payload.size() <= maxPayloadBytes) {
+        // A large payload goes out after its header as it is, not copied behind it first.
+        const auto header = encodeHeader(static_cast<std::uint32_t>(payload.size()));
+        if (auto error = transferAll(write, std::span<const std::uint8_t>(header), kWriteFailed)) {
+            return error;
+        }
+        return transferAll(write,
+                           std::span<const std::uint8_t>(
+                               reinterpret_cast<const std::uint8_t*>(payload.data()), payload.size()),
+                           kWriteFailed);
+    }
     auto frame = encodeFrame(payload);
     if (const auto* error = std::get_if<CLIWireError>(&frame)) {
         return *error;

@@ -5,3 +5,8 @@ if(TARGET MarluneCLIProtocol)
   marlune_fuzzer(MarluneCLIProtocolFuzz SOURCES ${CMAKE_CURRENT_LIST_DIR}/MarluneCLIProtocolFuzz.cpp
                  LIBS Marlune::CLIProtocol)
 endif()
+
+if(TARGET MarluneCLIProtocol)
+  marlune_fuzzer(CLIJSONStreamFuzz SOURCES ${CMAKE_CURRENT_LIST_DIR}/CLIJSONStreamFuzz.cpp
+                 LIBS Marlune::CLIProtocol)
+endif()

@@ -67,6 +67,10 @@ TEST(CLIDateFormat, FormatsInUTCWithoutFractionsAndParsesOnlyInternetDateTimes) 
     EXPECT_EQ(CLIDateFormat::format(base + microseconds{999'999}), "2026-03-04T05:06:07Z");
     EXPECT_EQ(CLIDateFormat::format(CLIDate{} - microseconds{1}), "1969-12-31T23:59:59Z");
     EXPECT_EQ(CLIDateFormat::format(CLIDate{}), "1970-01-01T00:00:00Z");
+    EXPECT_EQ(CLIDateFormat::format(sys_days{year{7} / 12 / 31} + hours{23} + minutes{59}),
+              "0007-12-31T23:59:00Z");
+    EXPECT_EQ(CLIDateFormat::format(sys_days{year{9999} / 12 / 31}), "9999-12-31T00:00:00Z");
+    EXPECT_EQ(CLIDateFormat::format(sys_days{year{10000} / 1 / 2}), "10000-01-02T00:00:00Z");
 
     struct Case {
         const char* text;
@@ -225,13 +229,15 @@ TEST(CLIBase64, StrictDecodingRefusesAnythingButOneCanonicalText) {
                                                         {"f", "Zg=="},
                                                         {"fo", "Zm8="},
                                                         {"foo", "Zm9v"},
+                                                        {"foobar", "Zm9vYmFy"},
+                                                        {"foob", "Zm9vYg=="},
                                                         {std::string("\0\xff", 2), "AP8="}};
     for (const auto& [bytes, text] : good) {
         EXPECT_EQ(CLIBase64::encode(bytes), text);
         EXPECT_EQ(CLIBase64::decode(text), bytes);
     }
     for (const char* bad : {"Zg", "Zg=", "Zh==", "Zm9=", "Zg==Zg==", "Z===", "====", "Zm9v\n",
-                            " Zm9v", "Zm-v", "Zm_v"}) {
+                            " Zm9v", "Zm-v", "Zm_v", "Zg=a", "Zm=vYg==", "Zm9vY==="}) {
         EXPECT_FALSE(CLIBase64::decode(bad)) << bad;
     }
 }
