@@ -1,6 +1,7 @@
 #include "MarluneCore/BoardStore.h"
 
 #include "MarluneCore/BatchActions.h"
+#include "MarluneCore/BoardListingCache.h"
 #include "MarluneCore/BoardOrdering.h"
 #include "MarluneCore/ContentFingerprint.h"
 #include "MarluneCore/Settings.h"
@@ -12,18 +13,13 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <numeric>
 #include <set>
+#include <span>
 
 namespace marlune {
 
 namespace {
-
-std::optional<Date> optionalDate(const Statement& row, int column) {
-    if (auto value = row.optionalInt64(column)) {
-        return fromStorage(*value);
-    }
-    return std::nullopt;
-}
 
 std::optional<std::int64_t> storage(const std::optional<Date>& date) {
     if (date) {
@@ -32,42 +28,110 @@ std::optional<std::int64_t> storage(const std::optional<Date>& date) {
     return std::nullopt;
 }
 
-// The first plain-text flavour wins over other textual ones; position breaks ties.
-constexpr std::string_view textSubquery =
-    "(SELECT r.text FROM Representation r WHERE r.clip_id = Clip.id AND r.text IS NOT NULL "
-    "ORDER BY (r.utTypeIdentifier <> 'public.utf8-plain-text'), r.position LIMIT 1)";
+// An item's text: its first plain-text flavour, else its first textual flavour, by position;
+// the preview when it has none or the chosen one does not open. `ItemTextChoice` makes the same
+// choice over the flavours of a listing's rows.
+//
+// For one clip: two lookups rather than one sorted one, so that both walk the
+// (clip_id, position) index in order and stop at the first hit.
+constexpr std::string_view itemTextSQL =
+    "SELECT coalesce((SELECT r.text FROM Representation r WHERE r.clip_id = ?1 "
+    "AND r.utTypeIdentifier = 'public.utf8-plain-text' AND r.text IS NOT NULL "
+    "ORDER BY r.position LIMIT 1), "
+    "(SELECT r.text FROM Representation r WHERE r.clip_id = ?1 AND r.text IS NOT NULL "
+    "ORDER BY r.position LIMIT 1))";
 
-// The clip columns of `clipColumns` followed by the item's text. The preview is opened only
-// when the clip has no textual flavour, so a long list opens one sealed text per item.
-Clip readItemRow(const Statement& row, const ClipCrypto& crypto, std::string& text) {
-    Clip clip;
-    clip.id = Uuid::parse(row.textView(0)).value_or(Uuid());
-    clip.primaryKind = clipKindFromRaw(row.textView(1)).value_or(ClipKind::text);
-    clip.contentHash = row.text(3);
-    clip.sourceAppBundleID = row.optionalText(4);
-    clip.sourceAppName = row.optionalText(5);
-    clip.createdAt = fromStorage(row.int64(6));
-    clip.isPinned = row.int64(7) != 0;
-    clip.recopyCount = row.int64(8);
-    clip.promotionHandled = row.int64(9) != 0;
-    clip.sourceDeviceID = row.optionalText(10);
-    clip.lastUsedAt = optionalDate(row, 11);
-    clip.deletedAt = optionalDate(row, 12);
-    clip.completedAt = optionalDate(row, 13);
-    clip.sourceURL = row.optionalText(14);
-    clip.sourceTitle = row.optionalText(15);
-    clip.boardOrder = row.optionalReal(16);
-    clip.boardPinnedAt = optionalDate(row, 17);
-    clip.snoozedUntil = optionalDate(row, 18);
-    clip.dueAt = optionalDate(row, 19);
-    if (!row.isNull(20)) {
-        clip.boardNote = crypto.readText(row.textView(20)).value_or(std::string());
+// `clipColumns` qualified by the Clip table, for a query that joins another table with
+// columns of the same names.
+const std::string& qualifiedClipColumns() {
+    static const std::string columns = [] {
+        std::string out = "Clip.";
+        for (const char c : clipColumns) {
+            out += c;
+            if (c == ' ') {
+                out += "Clip.";
+            }
+        }
+        return out;
+    }();
+    return columns;
+}
+
+// Picks an item's text from the textual flavours of its clip as a listing meets them, one row
+// each, in any order.
+class ItemTextChoice {
+public:
+    void start() { chosen_ = false; }
+    // Whether the flavour beats the one chosen so far; it is then the chosen one. Equal ones
+    // keep the first met.
+    bool better(bool plainText, std::int64_t position) {
+        if (chosen_ && !(plainText && !plainText_) &&
+            !(plainText == plainText_ && position < position_)) {
+            return false;
+        }
+        chosen_ = true;
+        plainText_ = plainText;
+        position_ = position;
+        return true;
     }
-    text.clear();
-    if (row.isNull(21) || !crypto.readTextInto(row.textView(21), text)) {
-        text = crypto.readText(row.textView(2)).value_or(std::string());
+
+private:
+    bool chosen_ = false;
+    bool plainText_ = false;
+    std::int64_t position_ = 0;
+};
+
+void readPreviewInto(const Statement& row, const ClipCrypto& crypto, std::string& text) {
+    text = crypto.readText(row.textView(clipPreviewColumn)).value_or(std::string());
+}
+
+// Which items a listing shows.
+struct ItemFilter {
+    // Everything a section holds: what the listing cache keeps.
+    static BoardStore::ListFilter everything() {
+        BoardStore::ListFilter all;
+        all.includeSnoozed = true;
+        return all;
     }
-    return clip;
+    // Done or open, snoozed or not (at `now`), and of the kind asked for.
+    static bool passesStates(const Clip& clip, Date now, const BoardStore::ListFilter& filter) {
+        const bool done = BoardOrdering::isDone(clip);
+        return !((done && !filter.includeDone) || (!done && !filter.includeOpen) ||
+                 (!filter.includeSnoozed &&
+                  BoardOrdering::isSnoozed(clip, now) != filter.snoozedOnly) ||
+                 (filter.kind && clip.primaryKind != *filter.kind));
+    }
+    // `wanted` is case-folded.
+    static bool hasTag(const BoardItem& item, const std::string& wanted) {
+        return std::any_of(item.tags.begin(), item.tags.end(),
+                           [&](const std::string& t) { return boardFoldCase(t) == wanted; });
+    }
+    static bool passes(const BoardItem& item, Date now, const BoardStore::ListFilter& filter,
+                       const std::optional<std::string>& wantedTag) {
+        return passesStates(item.clip, now, filter) && (!wantedTag || hasTag(item, *wantedTag));
+    }
+};
+
+// Rearranges `items` so that position k holds what was at `order[k]`, moving each item about
+// once (sorting the items themselves would move them many times over). `order` is used up.
+void placeInOrder(std::span<BoardItem> items, std::vector<std::uint32_t>& order) {
+    for (std::uint32_t start = 0; start < order.size(); ++start) {
+        if (order[start] == start) {
+            continue;
+        }
+        BoardItem held = std::move(items[start]);
+        std::uint32_t to = start;
+        for (;;) {
+            const std::uint32_t from = order[to];
+            order[to] = to;
+            if (from == start) {
+                items[to] = std::move(held);
+                break;
+            }
+            items[to] = std::move(items[from]);
+            to = from;
+        }
+    }
 }
 
 std::string trimmed(std::string_view text) {
@@ -338,63 +402,8 @@ Pinboard BoardStore::createPinboard(std::string_view name, std::string_view symb
 
 std::vector<BoardItem> BoardStore::items(const Pinboard& section, Date now,
                                          const ListFilter& filter) {
-    MainActor::assertIsolated();
-    auto& db = context_.db();
-    const auto& crypto = context_.crypto();
-    auto& stmt = db.cached("SELECT " + std::string(clipColumns) + ", " + std::string(textSubquery) +
-                           " FROM ClipPinboard cp JOIN Clip ON Clip.id = cp.clip_id "
-                           "WHERE cp.pinboard_id = ?1 AND Clip.deletedAt IS NULL");
-    stmt.bind(1, section.id.string());
-    std::vector<Clip> clips;
-    std::map<Uuid, std::string> texts;
-    std::string text;
-    while (stmt.step()) {
-        Clip clip = readItemRow(stmt, crypto, text);
-        const bool done = BoardOrdering::isDone(clip);
-        if ((done && !filter.includeDone) || (!done && !filter.includeOpen) ||
-            (!filter.includeSnoozed && BoardOrdering::isSnoozed(clip, now) != filter.snoozedOnly) ||
-            (filter.kind && clip.primaryKind != *filter.kind)) {
-            continue;
-        }
-        texts.emplace(clip.id, text);
-        clips.push_back(std::move(clip));
-    }
-    stmt.reset();
-
-    std::map<Uuid, std::vector<std::string>> tags;
-    auto& tagRows = db.cached("SELECT ct.clip_id, t.name FROM ClipPinboard cp "
-                              "JOIN ClipTag ct ON ct.clip_id = cp.clip_id "
-                              "JOIN Tag t ON t.id = ct.tag_id WHERE cp.pinboard_id = ?1 "
-                              "ORDER BY t.name COLLATE NOCASE");
-    tagRows.bind(1, section.id.string());
-    while (tagRows.step()) {
-        tags[Uuid::parse(tagRows.textView(0)).value_or(Uuid())].push_back(tagRows.text(1));
-    }
-    tagRows.reset();
-
-    if (filter.tag) {
-        const std::string wanted = boardFoldCase(*filter.tag);
-        std::erase_if(clips, [&](const Clip& clip) {
-            const auto found = tags.find(clip.id);
-            return found == tags.end() ||
-                   std::none_of(found->second.begin(), found->second.end(),
-                                [&](const std::string& t) { return boardFoldCase(t) == wanted; });
-        });
-    }
-    BoardOrdering::sort(clips);
     std::vector<BoardItem> out;
-    out.reserve(clips.size());
-    for (auto& clip : clips) {
-        BoardItem item;
-        item.text = std::move(texts[clip.id]);
-        item.sectionID = section.id;
-        item.sectionName = section.name;
-        if (auto found = tags.find(clip.id); found != tags.end()) {
-            item.tags = std::move(found->second);
-        }
-        item.clip = std::move(clip);
-        out.push_back(std::move(item));
-    }
+    appendItems(section, now, filter, out);
     return out;
 }
 
@@ -405,10 +414,165 @@ std::vector<BoardItem> BoardStore::items(const Pinboard& section, Date now) {
 std::vector<BoardItem> BoardStore::allItems(Date now, const ListFilter& filter) {
     std::vector<BoardItem> out;
     for (const auto& s : sections()) {
-        auto part = items(s, now, filter);
-        std::move(part.begin(), part.end(), std::back_inserter(out));
+        appendItems(s, now, filter, out);
     }
     return out;
+}
+
+void BoardStore::appendItems(const Pinboard& section, Date now, const ListFilter& filter,
+                             std::vector<BoardItem>& out) {
+    MainActor::assertIsolated();
+    auto& db = context_.db();
+    if (db.inTransaction()) {
+        // What is read now may yet be rolled back: read it afresh and keep none of it.
+        readItems(section, now, filter, out);
+        return;
+    }
+    // The stamp is taken before the rows are read, so a listing is never kept as newer than
+    // it is; at worst a commit by another connection in between costs one more read.
+    const Database::ChangeStamp stamp = db.changeStamp();
+    auto& cache = context_.boardListings();
+    const std::vector<BoardItem>* whole = cache.find(section.id, stamp);
+    std::optional<std::string> wantedTag;
+    if (filter.tag) {
+        wantedTag = boardFoldCase(*filter.tag);
+    }
+    const auto shown = [&](const BoardItem& item) {
+        return ItemFilter::passes(item, now, filter, wantedTag);
+    };
+    if (whole == nullptr) {
+        std::vector<BoardItem> fresh;
+        readItems(section, now, ItemFilter::everything(), fresh);
+        if (!BoardListingCache::fits(fresh.size())) {
+            // Too long to keep: the items shown are moved out of the one read.
+            for (auto& item : fresh) {
+                if (shown(item)) {
+                    out.push_back(std::move(item));
+                }
+            }
+            return;
+        }
+        whole = &cache.keep(section.id, stamp, std::move(fresh));
+    }
+    const auto first = out.size();
+    std::size_t count = 0;
+    for (const auto& item : *whole) {
+        count += shown(item) ? 1 : 0;
+    }
+    out.reserve(first + count);
+    for (const auto& item : *whole) {
+        if (shown(item)) {
+            out.push_back(BoardItem{item.clip, item.text, section.id, section.name, item.tags});
+        }
+    }
+}
+
+void BoardStore::readItems(const Pinboard& section, Date now, const ListFilter& filter,
+                           std::vector<BoardItem>& out) {
+    auto& db = context_.db();
+    const auto& crypto = context_.crypto();
+    const std::string sectionID = section.id.string();
+
+    // Room for every member at once: items are large, and regrowing would move each of them.
+    auto& members = db.cached("SELECT count(*) FROM ClipPinboard WHERE pinboard_id = ?1");
+    members.bind(1, sectionID);
+    const std::int64_t memberCount = members.step() ? members.int64(0) : 0;
+    members.reset();
+    const auto first = static_cast<std::ptrdiff_t>(out.size());
+    out.reserve(out.size() + static_cast<std::size_t>(memberCount));
+
+    // One row per textual flavour of each clip, or one row with none when it has no such
+    // flavour. A left join's right side is always read inside its left side, so the rows of a
+    // clip come together.
+    constexpr int typeColumn = 21; // after the columns of `clipColumns`
+    constexpr int textColumn = 22;
+    constexpr int positionColumn = 23;
+    auto& stmt =
+        db.cached("SELECT " + qualifiedClipColumns() +
+                  ", r.utTypeIdentifier, r.text, r.position "
+                  "FROM ClipPinboard cp JOIN Clip ON Clip.id = cp.clip_id "
+                  "LEFT JOIN Representation r ON r.clip_id = Clip.id AND r.text IS NOT NULL "
+                  "WHERE cp.pinboard_id = ?1 AND Clip.deletedAt IS NULL");
+    stmt.bind(1, sectionID);
+    std::string clipID; // of the rows being read
+    bool shown = false; // whether that clip passes the filter
+    ItemTextChoice choice;
+    while (stmt.step()) {
+        if (stmt.textView(0) != clipID) {
+            clipID.assign(stmt.textView(0));
+            auto& item = out.emplace_back(BoardItem{
+                readClipRow(stmt, crypto, ClipPreview::unread), {}, section.id, section.name, {}});
+            shown = ItemFilter::passesStates(item.clip, now, filter);
+            if (!shown) {
+                out.pop_back();
+                continue;
+            }
+            choice.start();
+        } else if (!shown) {
+            continue;
+        }
+        std::string& text = out.back().text;
+        if (stmt.isNull(textColumn)) {
+            readPreviewInto(stmt, crypto, text);
+        } else if (choice.better(stmt.textView(typeColumn) == BoardConstants::plainTextType,
+                                 stmt.int64(positionColumn)) &&
+                   !crypto.readTextInto(stmt.textView(textColumn), text)) {
+            readPreviewInto(stmt, crypto, text);
+        }
+    }
+    stmt.reset();
+    const std::span<BoardItem> added(out.begin() + first, out.end());
+
+    // The tags, read from the smaller side: the section's members, or the library's tag
+    // assignments (usually far fewer than the items of a long section).
+    auto& assignments = db.cached("SELECT count(*) FROM ClipTag");
+    const std::int64_t assignmentCount = assignments.step() ? assignments.int64(0) : 0;
+    assignments.reset();
+    auto& tagRows =
+        db.cached(assignmentCount < memberCount
+                      ? "SELECT ct.clip_id, t.name FROM ClipTag ct CROSS JOIN ClipPinboard cp "
+                        "ON cp.clip_id = ct.clip_id AND cp.pinboard_id = ?1 "
+                        "JOIN Tag t ON t.id = ct.tag_id ORDER BY t.name COLLATE NOCASE"
+                      : "SELECT ct.clip_id, t.name FROM ClipPinboard cp "
+                        "JOIN ClipTag ct ON ct.clip_id = cp.clip_id "
+                        "JOIN Tag t ON t.id = ct.tag_id WHERE cp.pinboard_id = ?1 "
+                        "ORDER BY t.name COLLATE NOCASE");
+    tagRows.bind(1, sectionID);
+    if (tagRows.step()) {
+        std::vector<std::pair<Uuid, std::size_t>> byID;
+        byID.reserve(added.size());
+        for (std::size_t i = 0; i < added.size(); ++i) {
+            byID.emplace_back(added[i].clip.id, i);
+        }
+        std::sort(byID.begin(), byID.end());
+        do {
+            const Uuid id = Uuid::parse(tagRows.textView(0)).value_or(Uuid());
+            const auto found = std::lower_bound(byID.begin(), byID.end(), id,
+                                                [](const std::pair<Uuid, std::size_t>& entry,
+                                                   const Uuid& key) { return entry.first < key; });
+            if (found != byID.end() && found->first == id) {
+                added[found->second].tags.push_back(tagRows.text(1));
+            }
+        } while (tagRows.step());
+    }
+    tagRows.reset();
+
+    if (filter.tag) {
+        const std::string wanted = boardFoldCase(*filter.tag);
+        out.erase(std::remove_if(out.begin() + first, out.end(),
+                                 [&](const BoardItem& item) {
+                                     return !ItemFilter::hasTag(item, wanted);
+                                 }),
+                  out.end());
+    }
+
+    const std::span<BoardItem> listed(out.begin() + first, out.end());
+    std::vector<std::uint32_t> order(listed.size());
+    std::iota(order.begin(), order.end(), 0U);
+    std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+        return BoardOrdering::precedes(listed[a].clip, listed[b].clip);
+    });
+    placeInOrder(listed, order);
 }
 
 std::optional<BoardItem> BoardStore::item(const Uuid& clipID) {
@@ -446,12 +610,10 @@ bool BoardStore::isOnBoard(const Uuid& clipID) {
 }
 
 std::string BoardStore::text(const Clip& clip) {
-    auto& stmt = context_.db().cached(
-        "SELECT text FROM Representation WHERE clip_id = ?1 AND text IS NOT NULL "
-        "ORDER BY (utTypeIdentifier <> 'public.utf8-plain-text'), position LIMIT 1");
+    auto& stmt = context_.db().cached(itemTextSQL);
     stmt.bind(1, clip.id.string());
     std::optional<std::string> out;
-    if (stmt.step()) {
+    if (stmt.step() && !stmt.isNull(0)) {
         out = context_.crypto().readText(stmt.textView(0));
     }
     stmt.reset();

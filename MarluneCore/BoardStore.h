@@ -144,6 +144,8 @@ public:
     Pinboard sectionForName(std::string_view name, Date now);
 
     // Items of a section in list order (pinned, open, done), snoozed ones left out unless asked.
+    // The whole listing of the last sections listed is kept by the context until something is
+    // written to the library, so listing one again costs a copy of the items shown.
     std::vector<BoardItem> items(const Pinboard& section, Date now, const ListFilter& filter);
     std::vector<BoardItem> items(const Pinboard& section, Date now);
     // Every live clip that is a member of some Board section, with its first section.
@@ -202,6 +204,10 @@ public:
     Pinboard createPinboard(std::string_view name, std::string_view symbol, Date now);
 
 private:
+    void appendItems(const Pinboard& section, Date now, const ListFilter& filter,
+                     std::vector<BoardItem>& out);
+    void readItems(const Pinboard& section, Date now, const ListFilter& filter,
+                   std::vector<BoardItem>& out);
     std::optional<Clip> clip(const Uuid& id);
     std::vector<Clip> existing(const std::vector<Uuid>& ids);
     std::vector<Clip> sectionClips(const Uuid& section);

@@ -59,32 +59,38 @@ ClipStoreSettings ClipStoreSettings::read(const Settings& settings) {
     return result;
 }
 
-Clip readClipRow(const Statement& row, const ClipCrypto& crypto) {
-    Clip clip;
-    clip.id = Uuid::parse(row.textView(0)).value_or(Uuid());
-    clip.primaryKind = clipKindFromRaw(row.textView(1)).value_or(ClipKind::text);
-    clip.previewText = crypto.readText(row.textView(2)).value_or(std::string());
-    clip.contentHash = row.text(3);
-    clip.sourceAppBundleID = row.optionalText(4);
-    clip.sourceAppName = row.optionalText(5);
-    clip.createdAt = fromStorage(row.int64(6));
-    clip.isPinned = row.int64(7) != 0;
-    clip.recopyCount = row.int64(8);
-    clip.promotionHandled = row.int64(9) != 0;
-    clip.sourceDeviceID = row.optionalText(10);
-    clip.lastUsedAt = optionalDate(row, 11);
-    clip.deletedAt = optionalDate(row, 12);
-    clip.completedAt = optionalDate(row, 13);
-    clip.sourceURL = row.optionalText(14);
-    clip.sourceTitle = row.optionalText(15);
-    clip.boardOrder = row.optionalReal(16);
-    clip.boardPinnedAt = optionalDate(row, 17);
-    clip.snoozedUntil = optionalDate(row, 18);
-    clip.dueAt = optionalDate(row, 19);
-    if (auto note = row.optionalText(20)) {
-        clip.boardNote = crypto.readText(*note).value_or(std::string());
-    }
-    return clip;
+Clip readClipRow(const Statement& row, const ClipCrypto& crypto, ClipPreview preview) {
+    // Every field named, so that no default is computed only to be overwritten (a default
+    // Clip draws a random id).
+    return Clip{
+        .id = Uuid::parse(row.textView(0)).value_or(Uuid()),
+        .primaryKind = clipKindFromRaw(row.textView(1)).value_or(ClipKind::text),
+        .previewText =
+            preview == ClipPreview::open
+                ? crypto.readText(row.textView(clipPreviewColumn)).value_or(std::string())
+                : std::string(),
+        .contentHash = row.text(3),
+        .sourceAppBundleID = row.optionalText(4),
+        .sourceAppName = row.optionalText(5),
+        .createdAt = fromStorage(row.int64(6)),
+        .isPinned = row.int64(7) != 0,
+        .recopyCount = row.int64(8),
+        .promotionHandled = row.int64(9) != 0,
+        .sourceDeviceID = row.optionalText(10),
+        .lastUsedAt = optionalDate(row, 11),
+        .deletedAt = optionalDate(row, 12),
+        .completedAt = optionalDate(row, 13),
+        .sourceURL = row.optionalText(14),
+        .sourceTitle = row.optionalText(15),
+        .boardOrder = row.optionalReal(16),
+        .boardPinnedAt = optionalDate(row, 17),
+        .snoozedUntil = optionalDate(row, 18),
+        .dueAt = optionalDate(row, 19),
+        .boardNote = row.isNull(20)
+                         ? std::nullopt
+                         : std::optional<std::string>(
+                               crypto.readText(row.textView(20)).value_or(std::string())),
+    };
 }
 
 Clip ClipStore::record(const NewClip& input, Date now) {

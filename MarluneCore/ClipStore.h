@@ -108,12 +108,18 @@ private:
     ClipStoreSettings settings_;
 };
 
-// Reads a Clip from a row selected with `clipColumns`, opening its sealed fields.
+// Reads a Clip from a row selected with `clipColumns`, opening its sealed fields. A list that
+// shows some other text for the clip can leave the preview unread (`previewText` stays empty),
+// which saves opening one sealed value per row.
 inline constexpr std::string_view clipColumns =
     "id, primaryKindRaw, previewText, contentHash, sourceAppBundleID, sourceAppName, createdAt, "
     "isPinned, recopyCount, promotionHandled, sourceDeviceID, lastUsedAt, deletedAt, "
     "completedAt, sourceURL, sourceTitle, boardOrder, boardPinnedAt, snoozedUntil, dueAt, "
     "boardNote";
-Clip readClipRow(const Statement& row, const ClipCrypto& crypto);
+// The column of the sealed preview in `clipColumns`, for a caller that opens it itself.
+inline constexpr int clipPreviewColumn = 2;
+enum class ClipPreview { open, unread };
+Clip readClipRow(const Statement& row, const ClipCrypto& crypto,
+                 ClipPreview preview = ClipPreview::open);
 
 } // namespace marlune

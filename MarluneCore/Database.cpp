@@ -130,6 +130,19 @@ Statement& Database::cached(std::string_view sql) {
 
 std::int64_t Database::changes() const { return sqlite3_changes64(db_); }
 
+Database::ChangeStamp Database::changeStamp() {
+    ChangeStamp stamp;
+    stamp.ownChanges = sqlite3_total_changes64(db_);
+    auto& version = cached("PRAGMA data_version");
+    if (version.step()) {
+        stamp.dataVersion = version.int64(0);
+    }
+    version.reset();
+    return stamp;
+}
+
+bool Database::inTransaction() const { return sqlite3_get_autocommit(db_) == 0; }
+
 Database::Transaction::Transaction(Database& db) : db_(db) {
     name_ = "marlune_sp" + std::to_string(db_.savepointDepth_++);
     db_.execute("SAVEPOINT " + name_);

@@ -49,6 +49,22 @@ public:
     std::int64_t changes() const;
     sqlite3* handle() const { return db_; }
 
+    // Where the file's content stands, for keeping what was read from it. It moves with every
+    // row written through this connection (cascades, triggers and applied undo steps included)
+    // and with every commit to the same file by any other connection, in this process or
+    // another (SQLite's data version, which this connection's own commits leave alone). So two
+    // equal stamps mean nobody wrote in between. Schema changes and rollbacks do not move it:
+    // rows read inside a transaction may yet be rolled back, so only stamps taken outside a
+    // transaction (see `inTransaction`) say anything. Cheap: a counter and one cached pragma.
+    struct ChangeStamp {
+        std::int64_t ownChanges = 0;
+        std::int64_t dataVersion = 0;
+        friend bool operator==(const ChangeStamp&, const ChangeStamp&) = default;
+    };
+    ChangeStamp changeStamp();
+    // Whether a transaction (or savepoint) is open on this connection.
+    bool inTransaction() const;
+
     // A transaction that rolls back unless committed; nests through savepoints.
     class Transaction {
     public:

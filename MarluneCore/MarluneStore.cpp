@@ -228,6 +228,7 @@ std::unique_ptr<ModelContainer> MarluneStore::makeContainer(ContainerChoices cho
         if (version < MarluneMigrationPlan::current) {
             MarluneMigrationPlan::migrate(existing, version);
         }
+        MarluneMigrationPlan::addQueryIndexes(existing);
         return existing;
     }();
     configure(db, !choices.inMemory);

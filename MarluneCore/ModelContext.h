@@ -12,6 +12,8 @@
 
 namespace marlune {
 
+class BoardListingCache;
+
 // The one working context over the library: the connection, the content sealer and the undo
 // history. Stores are small values over a context; the container owns it. Main thread only.
 class ModelContext {
@@ -19,11 +21,14 @@ public:
     ModelContext(Database db, ClipCrypto crypto, std::string deviceID);
     ModelContext(const ModelContext&) = delete;
     ModelContext& operator=(const ModelContext&) = delete;
+    ~ModelContext();
 
     Database& db() { return db_; }
     const ClipCrypto& crypto() const { return crypto_; }
     UndoManager& undoManager() { return *undo_; }
     const std::string& deviceID() const { return deviceID_; }
+    // The Board sections listed last, kept while nothing is written (see BoardStore::items).
+    BoardListingCache& boardListings() { return *boardListings_; }
 
     // Runs `change` in one transaction recorded as one undo step named `actionName`. Either
     // all of it lands and can be undone at once, or none of it does.
@@ -54,6 +59,7 @@ private:
     ClipCrypto crypto_;
     std::unique_ptr<UndoManager> undo_;
     std::string deviceID_;
+    std::unique_ptr<BoardListingCache> boardListings_;
 };
 
 } // namespace marlune

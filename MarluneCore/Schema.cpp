@@ -193,6 +193,14 @@ CREATE TABLE CaptureRule (
 CREATE INDEX CaptureRule_bundleID ON CaptureRule(bundleID);
 )SQL";
 
+// Indexes added after a schema was frozen, for queries that came later.
+constexpr std::string_view queryIndexes = R"SQL(
+-- The live items that are done, by completion time: the Board's archive pass, which runs
+-- before every listing, reads only the ones old enough instead of every Board item.
+CREATE INDEX IF NOT EXISTS Clip_done ON Clip(completedAt, id)
+    WHERE completedAt IS NOT NULL AND deletedAt IS NULL;
+)SQL";
+
 void recordVersion(Database& db, SchemaVersion version) {
     char buffer[32];
     auto stmt = db.prepare("INSERT INTO Metadata (key, value) VALUES ('schemaVersion', ?1) "
@@ -227,6 +235,7 @@ void MarluneMigrationPlan::createCurrent(Database& db) {
     Database::Transaction tx(db);
     MarluneSchemaV1::create(db);
     MarluneSchemaV2::migrateFromV1(db);
+    db.execute(queryIndexes);
     tx.commit();
 }
 
@@ -235,7 +244,13 @@ void MarluneMigrationPlan::migrate(Database& db, SchemaVersion from) {
     if (from < MarluneSchemaV2::version) {
         MarluneSchemaV2::migrateFromV1(db);
     }
+    db.execute(queryIndexes);
     tx.commit();
+}
+
+void MarluneMigrationPlan::addQueryIndexes(Database& db) {
+    // IF NOT EXISTS only reads the schema, so an up-to-date file is not written.
+    db.execute(queryIndexes);
 }
 
 } // namespace marlune

@@ -34,6 +34,11 @@ struct MarluneMigrationPlan {
     static void createCurrent(Database& db);
     // Migrates a database recorded at `from` (older than current) in one transaction.
     static void migrate(Database& db, SchemaVersion from);
+    // Adds the query indexes a file lacks. They hold no data of their own and change no record,
+    // so they are not part of a schema version: a build that does not know them opens the file
+    // all the same and keeps them up to date. Run on every library that is opened; costs a
+    // look at the schema when nothing is missing.
+    static void addQueryIndexes(Database& db);
 };
 
 // Recorded in the SQLite header so a library file is recognisable without reading a table.

@@ -5,3 +5,9 @@ if(TARGET marlune AND TARGET marlune-app)
   target_include_directories(BoardBench PRIVATE ${PROJECT_SOURCE_DIR})
   add_dependencies(BoardBench marlune marlune-app)
 endif()
+
+# The store's share of a large listing: BoardStore::items and the archive pass before it.
+marlune_bench(BoardStoreBench
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/BoardStoreBench.cpp
+  LIBS Marlune::Core
+)

@@ -2,9 +2,14 @@
 #include "MarluneCore/BoardMembershipBackfill.h"
 #include "MarluneCore/BoardStore.h"
 #include "MarluneCore/ClipStore.h"
+#include "MarluneCore/Database.h"
+#include "MarluneCore/MarluneStore.h"
+#include "MarluneCore/Schema.h"
 #include "MarluneCore/Settings.h"
 #include "support/LibraryFixture.h"
 
+#include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace marlune {
@@ -171,6 +176,70 @@ TEST_F(BoardArchiveTest, BackfillWithoutSectionsOnlySetsTheFlag) {
     EXPECT_EQ(BoardMembershipBackfill::run(library.context(), settings), 0);
     EXPECT_TRUE(settings.boolean("board.membershipBackfilled", false));
     EXPECT_TRUE(store.sections().empty());
+}
+
+TEST_F(BoardArchiveTest, OnlyLiveDoneBoardItemsLeave) {
+    using std::chrono::hours;
+    const Pinboard inbox = store.activeSection(testNow());
+    const Pinboard ideas = store.createPinboard("Ideas", "pin", testNow());
+    const Clip due = doneAgo("due", inbox, hours(24 * 9));
+    const Clip trashed = doneAgo("trashed", inbox, hours(24 * 9));
+    store.trashSelection({trashed.id}, testNow());
+    const Clip filed = doneAgo("filed", inbox, hours(24 * 9));
+    store.fileSelection({filed.id}, ideas);
+    const Clip recent = doneAgo("recent", inbox, hours(24 * 2));
+    const Clip undone = doneAgo("undone", inbox, hours(24 * 9));
+    store.setDone({undone.id}, false, testNow());
+
+    EXPECT_EQ(BoardAutoArchive::run(library.context(), 7, testNow()), 1);
+    EXPECT_EQ(pinboardsOf(due), std::vector<std::string>{"Board Archive"});
+    EXPECT_EQ(pinboardsOf(trashed), std::vector<std::string>{"Inbox"});
+    EXPECT_EQ(pinboardsOf(filed), std::vector<std::string>{"Ideas"});
+    EXPECT_EQ(pinboardsOf(recent), std::vector<std::string>{"Inbox"});
+    EXPECT_EQ(pinboardsOf(undone), std::vector<std::string>{"Inbox"});
+    // Archived clips stay done; the next pass passes over them.
+    EXPECT_EQ(BoardAutoArchive::run(library.context(), 7, testNow()), 0);
+    EXPECT_EQ(BoardAutoArchive::run(library.context(), 1, testNow()), 1); // "recent"
+}
+
+// Libraries written before the done-items index existed get it when opened, and keep their
+// schema version: the index changes no record.
+TEST(BoardArchiveIndex, OlderLibrariesGainTheIndexWhenOpened) {
+    namespace fs = std::filesystem;
+    struct Case {
+        const char* name;
+        std::function<void(Database&)> make;
+        SchemaVersion expected;
+    };
+    const Case cases[] = {
+        {"first schema", [](Database& db) { MarluneSchemaV1::create(db); }, {2, 0, 0}},
+        {"current schema without the index",
+         [](Database& db) {
+             MarluneMigrationPlan::createCurrent(db);
+             db.execute("DROP INDEX Clip_done");
+         },
+         {2, 0, 0}},
+        {"current schema",
+         [](Database& db) { MarluneMigrationPlan::createCurrent(db); },
+         {2, 0, 0}},
+    };
+    for (const auto& c : cases) {
+        test::TempDir dir;
+        const fs::path file = dir / "Marlune.store";
+        {
+            Database db = Database::open(file, Database::OpenMode::readWriteCreate);
+            c.make(db);
+        }
+        auto container =
+            MarluneStore::makeContainer({}, dir.path(), ClipCrypto(SymmetricKey::random()), "d");
+        auto& db = container->mainContext().db();
+        auto index = db.prepare("SELECT sql FROM sqlite_master WHERE type = 'index' AND "
+                                "name = 'Clip_done'");
+        ASSERT_TRUE(index.step()) << c.name;
+        EXPECT_NE(index.text(0).find("completedAt IS NOT NULL"), std::string::npos) << c.name;
+        container.reset();
+        EXPECT_EQ(MarluneStore::schemaVersionOf(file), c.expected) << c.name;
+    }
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "support/LibraryFixture.h"
 
 #include <gtest/gtest.h>
+#include <map>
 
 namespace marlune {
 namespace {
@@ -241,6 +242,165 @@ TEST_F(BoardStoreTest, SnoozedItemsLeaveTheListUntilWokenAndTagsMatchWithoutCase
     const auto items = store.items(inbox, testNow(), tagged);
     ASSERT_EQ(items.size(), 1U);
     EXPECT_EQ(items.front().tags, std::vector<std::string>{"Errands"});
+}
+
+
+Representation flavour(std::string_view type, std::optional<std::string> text) {
+    Representation rep;
+    rep.utTypeIdentifier = std::string(type);
+    rep.text = std::move(text);
+    if (!rep.text) {
+        rep.data = std::vector<std::uint8_t>{0x89, 'P', 'N', 'G'};
+    }
+    return rep;
+}
+
+TEST_F(BoardStoreTest, ItemTextIsTheFirstPlainFlavourElseTheFirstTextualOneElseThePreview) {
+    constexpr std::string_view plain = "public.utf8-plain-text";
+    constexpr std::string_view rtf = "public.rtf";
+    constexpr std::string_view html = "public.html";
+    struct Case {
+        const char* name;
+        std::vector<Representation> flavours;
+        std::string expected;
+        bool unopenablePlain = false; // the plain flavour sealed under another key
+    };
+    const std::vector<Case> cases = {
+        {"plain only", {flavour(plain, "P1")}, "P1"},
+        {"rich before plain", {flavour(rtf, "R2"), flavour(plain, "P2")}, "P2"},
+        {"plain before rich", {flavour(plain, "P3"), flavour(rtf, "R3")}, "P3"},
+        {"rich only, first by position", {flavour(html, "H4"), flavour(rtf, "R4")}, "H4"},
+        {"two plain, first by position", {flavour(plain, "A5"), flavour(plain, "B5")}, "A5"},
+        {"plain without text", {flavour(plain, std::nullopt), flavour(rtf, "R6")}, "R6"},
+        {"no textual flavour", {flavour("public.png", std::nullopt)}, "preview 7"},
+        {"plain that does not open", {flavour(rtf, "R8"), flavour(plain, "P8")}, "preview 8",
+         true},
+    };
+    const Pinboard inbox = store.activeSection(testNow());
+    const ClipCrypto stranger(SymmetricKey::random());
+    std::map<Uuid, const Case*> byClip;
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        NewClip content;
+        content.kind = ClipKind::richText;
+        content.previewText = "preview " + std::to_string(i + 1);
+        content.representations = cases[i].flavours;
+        const Clip clip =
+            store.capture(content, inbox, {}, testNow() + std::chrono::seconds(i)).clip;
+        if (cases[i].unopenablePlain) {
+            library.context()
+                .db()
+                .prepare("UPDATE Representation SET text = ?2 WHERE clip_id = ?1 AND "
+                         "utTypeIdentifier = 'public.utf8-plain-text'")
+                .bind(1, clip.id.string())
+                .bind(2, stranger.sealText("sealed elsewhere"))
+                .run();
+        }
+        byClip[clip.id] = &cases[i];
+    }
+    // The listing reads every flavour of the section in one pass; one item at a time reads
+    // them clip by clip. Both must choose alike.
+    const auto items = store.items(inbox, testNow());
+    ASSERT_EQ(items.size(), cases.size());
+    for (const auto& item : items) {
+        const Case& c = *byClip.at(item.clip.id);
+        EXPECT_EQ(item.text, c.expected) << c.name;
+        const auto single = store.item(item.clip.id);
+        ASSERT_TRUE(single) << c.name;
+        EXPECT_EQ(single->text, c.expected) << c.name;
+    }
+}
+
+TEST_F(BoardStoreTest, ListingOrdersFiltersAndTagsItems) {
+    using std::chrono::hours;
+    const Pinboard inbox = store.activeSection(testNow());
+    const Pinboard work = store.createSection("Work", testNow());
+    NewClip image;
+    image.kind = ClipKind::image;
+    image.previewText = "photo.png";
+    image.representations.push_back(flavour("public.png", std::nullopt));
+    store.capture(image, inbox, {}, testNow() - hours(6));
+    const Clip oldest = add("oldest", inbox, testNow() - hours(5));
+    const Clip done = add("done", inbox, testNow() - hours(4));
+    const Clip pinned = add("pinned", inbox, testNow() - hours(3));
+    const Clip snoozed = add("snoozed", inbox, testNow() - hours(2));
+    const Clip newest = add("newest", inbox, testNow() - hours(1));
+    add("elsewhere", work, testNow());
+    store.setDone({done.id}, true, testNow());
+    store.setPinned({pinned.id}, true, testNow());
+    store.snooze({snoozed.id}, testNow() + hours(1));
+    store.setTag("errands", true, {newest.id, oldest.id}, testNow());
+    store.setTag("Bills", true, {newest.id}, testNow());
+    store.setTag("calls", true, {newest.id}, testNow());
+
+    auto listed = [&](const BoardStore::ListFilter& filter) {
+        std::vector<std::string> out;
+        for (const auto& item : store.items(inbox, testNow(), filter)) {
+            EXPECT_EQ(item.sectionID, inbox.id);
+            EXPECT_EQ(item.sectionName, inbox.name);
+            out.push_back(item.text);
+        }
+        return out;
+    };
+    using Texts = std::vector<std::string>;
+    struct Case {
+        const char* name;
+        BoardStore::ListFilter filter;
+        Texts expected;
+    };
+    BoardStore::ListFilter openOnly;
+    openOnly.includeDone = false;
+    BoardStore::ListFilter doneOnly;
+    doneOnly.includeOpen = false;
+    BoardStore::ListFilter snoozedOnly;
+    snoozedOnly.snoozedOnly = true;
+    BoardStore::ListFilter everything;
+    everything.includeSnoozed = true;
+    BoardStore::ListFilter images;
+    images.kind = ClipKind::image;
+    BoardStore::ListFilter tagged;
+    tagged.tag = "ERRANDS";
+    BoardStore::ListFilter untaggedDone = doneOnly;
+    untaggedDone.tag = "errands";
+    const Case cases[] = {
+        {"default", {}, Texts{"pinned", "newest", "oldest", "photo.png", "done"}},
+        {"open only", openOnly, Texts{"pinned", "newest", "oldest", "photo.png"}},
+        {"done only", doneOnly, Texts{"done"}},
+        {"snoozed only", snoozedOnly, Texts{"snoozed"}},
+        {"snoozed included", everything,
+         Texts{"pinned", "newest", "snoozed", "oldest", "photo.png", "done"}},
+        {"images", images, Texts{"photo.png"}},
+        {"tag, any case", tagged, Texts{"newest", "oldest"}},
+        {"tag and done", untaggedDone, Texts{}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(listed(c.filter), c.expected) << c.name;
+    }
+
+    const auto items = store.items(inbox, testNow());
+    ASSERT_EQ(items.at(1).clip.id, newest.id);
+    EXPECT_EQ(items.at(1).tags, (Texts{"Bills", "calls", "errands"}));
+    EXPECT_EQ(items.at(2).tags, Texts{"errands"});
+    EXPECT_TRUE(items.at(0).tags.empty());
+    // The listing reads the same clip fields as the history does, the preview aside.
+    for (const auto& item : items) {
+        Clip stored = reread(item.clip);
+        stored.previewText.clear();
+        EXPECT_EQ(item.clip.id, stored.id);
+        EXPECT_EQ(item.clip.primaryKind, stored.primaryKind);
+        EXPECT_EQ(item.clip.contentHash, stored.contentHash);
+        EXPECT_EQ(item.clip.createdAt, stored.createdAt);
+        EXPECT_EQ(item.clip.completedAt, stored.completedAt);
+        EXPECT_EQ(item.clip.boardPinnedAt, stored.boardPinnedAt);
+        EXPECT_EQ(item.clip.boardOrder, stored.boardOrder);
+        EXPECT_EQ(item.clip.previewText, stored.previewText);
+    }
+
+    Texts all;
+    for (const auto& item : store.allItems(testNow(), {})) {
+        all.push_back(item.sectionName + ": " + item.text);
+    }
+    EXPECT_EQ(all, (Texts{"Inbox: pinned", "Inbox: newest", "Inbox: oldest", "Inbox: photo.png",
+                          "Inbox: done", "Work: elsewhere"}));
 }
 
 } // namespace
