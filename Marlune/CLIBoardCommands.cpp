@@ -88,11 +88,12 @@ CLIError aiMissing(std::string_view what) {
                              "Set ai.endpoint to a local model server with `marlune config set`.");
 }
 
-BoardItemDTO toDTO(const BoardItem& item) {
+// Takes the item's text and tags: a listing converts thousands of items.
+BoardItemDTO toDTO(BoardItem item) {
     const Clip& clip = item.clip;
     BoardItemDTO dto;
     dto.id = clip.id.string();
-    dto.text = item.text;
+    dto.text = std::move(item.text);
     dto.kind = std::string(rawValue(clip.primaryKind));
     dto.isDone = clip.completedAt.has_value();
     if (clip.completedAt) {
@@ -108,7 +109,7 @@ BoardItemDTO toDTO(const BoardItem& item) {
     }
     dto.sourceTitle = clip.sourceTitle;
     dto.sourceURL = clip.sourceURL;
-    dto.tags = item.tags;
+    dto.tags = std::move(item.tags);
     if (clip.boardPinnedAt) {
         dto.pinned = true;
     }
@@ -324,8 +325,8 @@ std::vector<BoardItemDTO> list(const BoardListArgs& args, CLICall& call) {
     }
     std::vector<BoardItemDTO> out;
     out.reserve(items.size());
-    for (const auto& item : items) {
-        out.push_back(toDTO(item));
+    for (auto& item : items) {
+        out.push_back(toDTO(std::move(item)));
     }
     return out;
 }

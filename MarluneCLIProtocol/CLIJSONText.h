@@ -88,6 +88,7 @@ public:
         std::size_t depth;
     };
     Mark mark() const { return {at_, depth_}; }
+    std::size_t remaining() const { return text_.size() - at_; }
     void rewind(const Mark& mark);
 
     // After the last value: only whitespace may follow.

@@ -333,11 +333,17 @@ template <class T> void writeWire(std::string& out, const T& value) {
             value.value);
     } else if constexpr (IsVector<T>::value) {
         out += '[';
+        const std::size_t start = out.size();
         for (std::size_t i = 0; i < value.size(); ++i) {
             if (i > 0) {
                 out += ',';
             }
             writeWire(out, value[i]);
+            if (i == 0 && value.size() > 64) {
+                // Room for the rest at the first element's size, rather than regrowing (and
+                // copying) a long listing's text again and again.
+                out.reserve(out.size() + (out.size() - start + 1) * (value.size() - 1) * 5 / 4);
+            }
         }
         out += ']';
     } else if constexpr (IsStringMap<T>::value) {
@@ -547,11 +553,20 @@ template <class T> void readWire(CLIJSONReader& in, T& out) {
                 continue;
             }
             typename T::value_type element{};
+            const std::size_t start = in.mark().at;
             failure = readGuarded(in, [&] { readWire(in, element); });
             if (failure) {
                 failure = failure->within("[" + std::to_string(i) + "]");
             } else {
                 out.push_back(std::move(element));
+            }
+            if (i == 0) {
+                // Room for as many more elements as the rest of the text would hold at the
+                // first one's size, bounded by the text's own size.
+                const std::size_t used = std::max<std::size_t>(in.mark().at - start, 16);
+                const std::size_t rest = in.remaining();
+                out.reserve(1 + std::min(rest / used * 5 / 4,
+                                         rest * 4 / sizeof(typename T::value_type)));
             }
         }
         if (failure) {
@@ -609,8 +624,10 @@ template <class T> void readWire(CLIJSONReader& in, T& out) {
 } // namespace cliwire_detail
 
 // Compact JSON text of a wire value; invalid UTF-8 in a string is replaced, never thrown.
-template <class T> std::string encodeWireText(const T& value) {
+// `expectedSize` is room to reserve when the caller knows the text will be long.
+template <class T> std::string encodeWireText(const T& value, std::size_t expectedSize = 0) {
     std::string out;
+    out.reserve(expectedSize);
     cliwire_detail::writeWire(out, value);
     return out;
 }

@@ -68,10 +68,12 @@ CLIResponse CLIResponse::failure(std::string_view code, std::string message,
 
 std::string CLIResponse::encode() const {
     ResponseWire<Base64Out> wire{v, ok, std::nullopt, error, warnings};
+    std::size_t expectedSize = 1024;
     if (resultJSON) {
         wire.resultJSON = Base64Out{*resultJSON};
+        expectedSize += (resultJSON->size() + 2) / 3 * 4;
     }
-    return encodeWireText(wire);
+    return encodeWireText(wire, expectedSize);
 }
 
 std::optional<CLIResponse> CLIResponse::decode(std::string_view payload) {
