@@ -12,6 +12,7 @@
 
 // Drawing the icons loads the font configuration, whose library keeps a cache it never frees;
 // that is not ours to report in the sanitizer build.
+extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig\n"; }
 
 namespace marlune {
