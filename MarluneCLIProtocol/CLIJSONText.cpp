@@ -243,9 +243,11 @@ void CLIJSONReader::beginObject() {
     enter();
 }
 
-bool CLIJSONReader::nextKey(std::string_view& key) {
-    char c = next();
-    if (c == '}') {
+// Before a container's next member: false (and the container closed) at `close`, else past
+// the comma that must separate it from the previous member.
+bool CLIJSONReader::nextMember(char close) {
+    const char c = next();
+    if (c == close) {
         ++at_;
         --depth_;
         started_.resize(depth_);
@@ -253,13 +255,19 @@ bool CLIJSONReader::nextKey(std::string_view& key) {
     }
     if (started_[depth_ - 1]) {
         if (c != ',') {
-            throw CLIJSONSyntaxError("expected ',' or '}'");
+            throw CLIJSONSyntaxError(std::string("expected ',' or '") + close + "'");
         }
         ++at_;
-        c = next();
     }
     started_[depth_ - 1] = 1;
-    if (c != '"') {
+    return true;
+}
+
+bool CLIJSONReader::nextKey(std::string_view& key) {
+    if (!nextMember('}')) {
+        return false;
+    }
+    if (next() != '"') {
         throw CLIJSONSyntaxError("expected a key");
     }
     // A key without escapes is read in place.
@@ -286,23 +294,7 @@ void CLIJSONReader::beginArray() {
     enter();
 }
 
-bool CLIJSONReader::nextElement() {
-    const char c = next();
-    if (c == ']') {
-        ++at_;
-        --depth_;
-        started_.resize(depth_);
-        return false;
-    }
-    if (started_[depth_ - 1]) {
-        if (c != ',') {
-            throw CLIJSONSyntaxError("expected ',' or ']'");
-        }
-        ++at_;
-    }
-    started_[depth_ - 1] = 1;
-    return true;
-}
+bool CLIJSONReader::nextElement() { return nextMember(']'); }
 
 void CLIJSONReader::readString(std::string& out) {
     if (next() != '"') {

@@ -100,6 +100,7 @@ private:
     void expect(char c);
     void expectWord(std::string_view word);
     void enter();
+    bool nextMember(char close);
     void readStringInto(std::string& out);
     unsigned readHex4();
 

@@ -142,6 +142,14 @@ void decodeField(const Json& object, Record& record, const CLIField<Record, Memb
     }
 }
 
+inline std::int32_t narrowTo32Bits(std::int64_t wide) {
+    if (wide < std::numeric_limits<std::int32_t>::min() ||
+        wide > std::numeric_limits<std::int32_t>::max()) {
+        throw CLIRecordError({}, "must be a 32-bit integer");
+    }
+    return static_cast<std::int32_t>(wide);
+}
+
 template <class Json> std::int64_t decodeInteger(const Json& json) {
     if (json.is_number_unsigned()) {
         const auto u = json.template get<std::uint64_t>();
@@ -245,12 +253,7 @@ template <class Json, class T> void decodeWire(const Json& json, T& out) {
     } else if constexpr (std::is_same_v<T, std::int64_t>) {
         out = decodeInteger(json);
     } else if constexpr (std::is_same_v<T, std::int32_t>) {
-        const std::int64_t wide = decodeInteger(json);
-        if (wide < std::numeric_limits<std::int32_t>::min() ||
-            wide > std::numeric_limits<std::int32_t>::max()) {
-            throw CLIRecordError({}, "must be a 32-bit integer");
-        }
-        out = static_cast<std::int32_t>(wide);
+        out = narrowTo32Bits(decodeInteger(json));
     } else {
         static_assert(std::is_same_v<T, double>, "not a wire type");
         // A literal too large for a double parses as infinity, which JSON cannot write back.
@@ -606,12 +609,7 @@ template <class T> void readWire(CLIJSONReader& in, T& out) {
     } else if constexpr (std::is_same_v<T, std::int64_t>) {
         out = readInteger(in);
     } else if constexpr (std::is_same_v<T, std::int32_t>) {
-        const std::int64_t wide = readInteger(in);
-        if (wide < std::numeric_limits<std::int32_t>::min() ||
-            wide > std::numeric_limits<std::int32_t>::max()) {
-            throw CLIRecordError({}, "must be a 32-bit integer");
-        }
-        out = static_cast<std::int32_t>(wide);
+        out = narrowTo32Bits(readInteger(in));
     } else {
         static_assert(std::is_same_v<T, double>, "not a wire type");
         if (in.peek() != Kind::number) {
