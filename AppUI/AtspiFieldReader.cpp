@@ -72,11 +72,23 @@ void AtspiFieldReader::stateChanged(const QDBusMessage& message) {
         return;
     }
     if (args[1].toInt() == 1) {
+        if (message.service() != focusedService_) {
+            // The bus itself knows which process is behind a connection.
+            const QDBusReply<uint> pid = bus_.call(
+                QDBusMessage::createMethodCall(
+                    QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                    QStringLiteral("org.freedesktop.DBus"),
+                    QStringLiteral("GetConnectionUnixProcessID"))
+                    << message.service(),
+                QDBus::Block, kCallTimeoutMs);
+            focusedPid_ = pid.isValid() ? std::optional<std::int64_t>(pid.value()) : std::nullopt;
+        }
         focusedService_ = message.service();
         focusedPath_ = message.path();
     } else if (message.service() == focusedService_ && message.path() == focusedPath_) {
         focusedService_.clear();
         focusedPath_.clear();
+        focusedPid_.reset();
     }
 }
 
@@ -90,6 +102,7 @@ std::optional<FocusedField> AtspiFieldReader::focusedField() {
         return std::nullopt;
     }
     FocusedField field;
+    field.pid = focusedPid_;
     field.isPassword = role.arguments().front().toUInt() == kRolePasswordText;
     if (field.isPassword) {
         return field;

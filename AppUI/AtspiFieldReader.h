@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QString>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 
@@ -42,6 +43,7 @@ private:
     QDBusConnection bus_;
     QString focusedService_;
     QString focusedPath_;
+    std::optional<std::int64_t> focusedPid_;
 };
 
 } // namespace marlune

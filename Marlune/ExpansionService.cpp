@@ -218,8 +218,11 @@ void ExpansionService::handle(const KeyboardEvent& event) {
     } else if (std::holds_alternative<keyboard::MouseClicked>(event) ||
                std::holds_alternative<keyboard::FocusChanged>(event)) {
         // Not an abort: the fill-in form itself moves the focus, and the steps of a commit
-        // already under way go to whichever window has it.
-        if (!isFillInOpen_) {
+        // already under way go to whichever window has it. A keyword still being checked
+        // against its field, though, is no longer in front of the caret.
+        if (pendingExpansion_ && !run_) {
+            abort("focus-moved-during-verify");
+        } else if (!isFillInOpen_) {
             forgetTyping();
         }
     }
@@ -317,7 +320,14 @@ std::optional<FocusedField> ExpansionService::readField() {
     if (!smartFieldDetection_ || c_.fieldReader == nullptr) {
         return std::nullopt;
     }
-    return c_.fieldReader->focusedField();
+    auto field = c_.fieldReader->focusedField();
+    if (field && field->pid) {
+        const auto window = c_.windows.activeWindow();
+        if (window && window->pid && *window->pid != *field->pid) {
+            return std::nullopt; // the focus of a window that no longer has it
+        }
+    }
+    return field;
 }
 
 void ExpansionService::takeDecision(TypedExpansion::Decision decision) {
@@ -336,23 +346,43 @@ void ExpansionService::takeDecision(TypedExpansion::Decision decision) {
         buffer_.clear();
         return;
     }
+    if (auto* commit = std::get_if<TypedExpansion::Commit>(&decision)) {
+        verifyAndCommit(std::move(*commit), kVerifyReads);
+        return;
+    }
     const auto field = readField();
     if (field && field->isPassword) {
         buffer_.clear();
         return;
     }
-    if (auto* commit = std::get_if<TypedExpansion::Commit>(&decision)) {
-        if (field && field->textBeforeCaret && !endsWith(*field->textBeforeCaret, *typedToken)) {
-            // Our buffer and the field disagree (typing in another way, an input method, an
-            // edit we did not see): deleting could eat text that is not the keyword.
-            buffer_.recordAbort("precaret-mismatch");
-            buffer_.clear();
-            return;
-        }
-        beginCommit(*commit, snippetIDFor(commit->keyword), std::chrono::milliseconds(0));
-    } else {
-        openFillIn(std::get<TypedExpansion::FillInRequest>(std::move(decision)));
+    openFillIn(std::get<TypedExpansion::FillInRequest>(std::move(decision)));
+}
+
+void ExpansionService::verifyAndCommit(TypedExpansion::Commit commit, int readsLeft) {
+    const auto field = readField();
+    if (field && field->isPassword) {
+        buffer_.clear();
+        return;
     }
+    if (!field || !field->textBeforeCaret || endsWith(*field->textBeforeCaret, commit.typedToken)) {
+        const auto snippetID = snippetIDFor(commit.keyword);
+        beginCommit(commit, snippetID, std::chrono::milliseconds(0));
+        return;
+    }
+    if (readsLeft <= 1) {
+        // Our buffer and the field disagree (typing in another way, an input method, an edit
+        // we did not see): deleting could eat text that is not the keyword.
+        buffer_.recordAbort("precaret-mismatch");
+        buffer_.clear();
+        return;
+    }
+    // Any key now aborts, as during a commit: the keyword is no longer the last thing typed.
+    pendingExpansion_ = true;
+    runTask_ = c_.scheduler.after(kVerifyRetry, [this, commit = std::move(commit), readsLeft]() mutable {
+        runTask_.reset();
+        pendingExpansion_ = false;
+        verifyAndCommit(std::move(commit), readsLeft - 1);
+    });
 }
 
 void ExpansionService::openFillIn(TypedExpansion::FillInRequest request) {
@@ -483,7 +513,7 @@ ExpansionService::pasteChordFor(const std::optional<ActiveWindow>& window) const
 }
 
 std::optional<std::string> ExpansionService::paste(const PasteboardSnapshot& content) {
-    if (run_ || isFillInOpen_) {
+    if (run_ || pendingExpansion_ || isFillInOpen_) {
         return "Marlune is in the middle of an expansion; try again in a moment.";
     }
     if (c_.grabProbe.keyboardGrabbedByAnotherClient()) {

@@ -93,6 +93,11 @@ public:
     // long before it gives up.
     static constexpr std::chrono::milliseconds kModifierPoll{25};
     static constexpr std::chrono::milliseconds kModifierPatience{2000};
+    // A field that does not show the keyword yet may simply not have taken the last keys (we
+    // see them as soon as it does): it is read again this often, this many times in all,
+    // before the commit is given up.
+    static constexpr std::chrono::milliseconds kVerifyRetry{40};
+    static constexpr int kVerifyReads = 4;
     // The user's clipboard goes back this long after the target has read our text, or after
     // the timeout when the target never says it read it.
     static constexpr std::chrono::milliseconds kRestoreAfterPull{100};
@@ -181,6 +186,7 @@ private:
     bool expansionBlocked();
     std::optional<FocusedField> readField();
     void takeDecision(TypedExpansion::Decision decision);
+    void verifyAndCommit(TypedExpansion::Commit commit, int readsLeft);
     void openFillIn(TypedExpansion::FillInRequest request);
     void fillInAnswered(const TypedExpansion::FillInRequest& request, const std::string& snippetID,
                         std::optional<FillInPresenter::Answers> answers);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -11,10 +12,15 @@ struct FocusedField {
     bool isPassword = false;
     // The text in front of the caret, when the application exposes it. Wiped when freed.
     std::optional<std::string> textBeforeCaret;
+    // The process that owns the field, when the accessibility bus knows it. A focus that
+    // belongs to another process than the active window's is stale: the window that has the
+    // focus now never announced its field.
+    std::optional<std::int64_t> pid;
 
     FocusedField() = default;
-    FocusedField(bool password, std::optional<std::string> before)
-        : isPassword(password), textBeforeCaret(std::move(before)) {}
+    FocusedField(bool password, std::optional<std::string> before,
+                 std::optional<std::int64_t> owner = std::nullopt)
+        : isPassword(password), textBeforeCaret(std::move(before)), pid(owner) {}
     FocusedField(const FocusedField&) = default;
     FocusedField& operator=(const FocusedField&) = default;
     ~FocusedField() {

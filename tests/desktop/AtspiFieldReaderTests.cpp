@@ -1,5 +1,6 @@
 // The accessibility-bus field reader against a real Qt field in another process: it must see
-// which field has the focus, tell a password field apart, and read the text before the caret.
+// which field has the focus and whose process it is, tell a password field apart, and read the
+// text before the caret.
 #include "AppUI/AtspiFieldReader.h"
 #include "support/Desktop.h"
 #include "support/Process.h"
@@ -76,12 +77,14 @@ TEST(AtspiFieldReader, FollowsTheFocusAndReadsTheField) {
             read = test::pumpUntil([&] {
                 seen = reader->focusedField();
                 return seen && seen->isPassword == c.password &&
-                       seen->textBeforeCaret == c.before;
+                       seen->textBeforeCaret == c.before &&
+                       seen->pid == std::optional<std::int64_t>(field.pid());
             });
         }
         ASSERT_TRUE(read) << "focused: " << (seen ? "yes" : "no") << ", password "
                           << (seen && seen->isPassword) << ", before caret '"
-                          << (seen && seen->textBeforeCaret ? *seen->textBeforeCaret : "-") << "'";
+                          << (seen && seen->textBeforeCaret ? *seen->textBeforeCaret : "-")
+                          << "', process " << (seen && seen->pid ? *seen->pid : -1);
     }
 }
 

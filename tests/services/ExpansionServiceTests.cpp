@@ -12,8 +12,10 @@
 #include "support/LibraryFixture.h"
 #include "support/ManualScheduler.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -449,16 +451,72 @@ TEST_F(ExpansionServiceTest, AbortBetweenClipboardWriteAndPasteRestoresAtOnce) {
     EXPECT_EQ(service().abortCounts().at("keydown-during-verify"), 1);
 }
 
-TEST_F(ExpansionServiceTest, PrecaretMismatchAbandonsTheCommit) {
-    settings->setBoolean("smartFieldDetection", true);
-    fieldReader.field = FocusedField{false, std::string("hello ;sog")};
-    type(";sig");
-    EXPECT_FALSE(service().pendingExpansion());
-    EXPECT_EQ(service().lastAbortReason(), "precaret-mismatch");
+struct VerifyCase {
+    const char* name;
+    // What the field reader answers, one read after another; the last answer repeats.
+    std::vector<std::optional<FocusedField>> reads;
+    // Something the user does 10 ms after the keyword, while the field is read again.
+    std::function<void(FakeKeyboardWatcher&)> interrupt;
+    bool expands;
+    int queries;
+    std::optional<std::string> abortReason;
+};
 
-    fieldReader.field = FocusedField{false, std::string("hello ;sig")};
-    type(" ;sig");
+TEST_F(ExpansionServiceTest, FieldThatLagsIsReadAgainAndOneThatDisagreesAbandonsTheCommit) {
+    settings->setBoolean("smartFieldDetection", true);
+    const FocusedField agrees{false, std::string("hello ;sig")};
+    const FocusedField lags{false, std::string("hello ;si")};
+    const FocusedField differs{false, std::string("hello ;sog")};
+    const auto key = [](FakeKeyboardWatcher& w) { w.type("x"); };
+    const auto click = [](FakeKeyboardWatcher& w) { w.click(); };
+    const std::vector<VerifyCase> cases{
+        {"agrees at once", {agrees}, nullptr, true, 1, std::nullopt},
+        {"no text exposed", {FocusedField{false, std::nullopt}}, nullptr, true, 1, std::nullopt},
+        {"catches up on the second read", {lags, agrees}, nullptr, true, 2, std::nullopt},
+        {"catches up on the last read", {lags, lags, lags, agrees}, nullptr, true, 4, std::nullopt},
+        {"never agrees", {lags, lags, lags, lags, agrees}, nullptr, false, 4,
+         "precaret-mismatch"},
+        {"turns out to be a password field", {differs, FocusedField{true, std::nullopt}}, nullptr,
+         false, 2, std::nullopt},
+        {"the field's process is not the active window's", {FocusedField{false, "x", 7}}, nullptr,
+         true, 1, std::nullopt},
+        {"the active window's own field disagrees", {FocusedField{false, "x", 4242}}, nullptr,
+         false, 4, "precaret-mismatch"},
+        {"a key while reading again", {lags, agrees}, key, false, 1, "keydown-during-verify"},
+        {"a click while reading again", {lags, agrees}, click, false, 1,
+         "focus-moved-during-verify"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        service_.reset();
+        injector.steps.clear();
+        fieldReader.queries = 0;
+        fieldReader.next.assign(c.reads.begin(), c.reads.end() - 1);
+        fieldReader.field = c.reads.back();
+        type(";sig");
+        if (c.interrupt) {
+            scheduler.advance(10);
+            c.interrupt(watcher);
+        }
+        scheduler.advance(1000);
+        const bool expanded = !injector.steps.empty() &&
+                              injector.steps.front() == KeyInjection(keyinjection::Backspaces{4});
+        EXPECT_EQ(expanded, c.expands);
+        EXPECT_EQ(fieldReader.queries, c.queries);
+        EXPECT_EQ(service().lastAbortReason(), c.abortReason);
+        EXPECT_FALSE(service().pendingExpansion());
+    }
+}
+
+TEST_F(ExpansionServiceTest, PasteWaitsForAKeywordStillBeingChecked) {
+    settings->setBoolean("smartFieldDetection", true);
+    fieldReader.next = {FocusedField{false, std::string(";si")}};
+    fieldReader.field = FocusedField{false, std::string(";sig")};
+    type(";sig");
     EXPECT_TRUE(service().pendingExpansion());
+    EXPECT_TRUE(service().paste(snapshotOf({{{bytes("text/plain", {'a'})}}})).has_value());
+    scheduler.advance(1000);
+    EXPECT_EQ(injector.steps.front(), KeyInjection(keyinjection::Backspaces{4}));
 }
 
 TEST_F(ExpansionServiceTest, ModifiersStillHeldDelayTheCommitOrAbortIt) {
