@@ -99,6 +99,7 @@ std::vector<std::string> AppServices::start(std::shared_ptr<PasteStackModel> pas
         noWindows_ = std::make_unique<NoActiveWindow>();
         windows = noWindows_.get();
     }
+    accessibility_.windows = windows;
 
     capture_ = std::make_unique<ClipboardCaptureService>(clipboard_, *windows, scheduler_,
                                                          context_, settings_, clock_);
@@ -140,7 +141,7 @@ std::vector<std::string> AppServices::start(std::shared_ptr<PasteStackModel> pas
     if (injector_) {
         boardCapture_ = std::make_unique<BoardCaptureService>(
             BoardCaptureService::Services{clipboard_, *injector_, *windows, scheduler_, toast_,
-                                          &sound_, nullptr},
+                                          &sound_, &accessibility_},
             context_, settings_, clock_, &ClipboardCaptureService::steadyUptime);
         boardCapture_->clipboardConsumed = [this] { capture_->noteOwnWrite(); };
         boardCapture_->captured = [this](const BoardStore::AddResult&) {
@@ -197,7 +198,7 @@ std::vector<std::string> AppServices::start(std::shared_ptr<PasteStackModel> pas
                 }
                 return std::nullopt;
             },
-            &fieldReader_,
+            &accessibility_,
             [this](const ExpansionStats& stats) {
                 const auto saved = stats.keystrokesSaved - lastStats_.keystrokesSaved;
                 lastStats_ = stats;
@@ -225,6 +226,9 @@ std::vector<std::string> AppServices::start(std::shared_ptr<PasteStackModel> pas
                                     : "Password fields: not recognised, the accessibility bus "
                                       "cannot be reached.");
         }
+        report.push_back(atspi_ ? "Web page addresses: read through the accessibility bus."
+                                : "Web page addresses: not read; the session's accessibility "
+                                  "is off (smart field detection turns it on).");
     }
     return report;
 }
@@ -279,19 +283,38 @@ void AppServices::libraryChanged() {
 }
 
 void AppServices::followSmartFieldDetection() {
-    if (atspi_ || !settings_.boolean("smartFieldDetection", false)) {
+    const bool smart = settings_.boolean("smartFieldDetection", false);
+    if (atspi_) {
+        if (smart && !accessibilityTurnedOn_) {
+            AtspiFieldReader::enableAccessibility();
+            accessibilityTurnedOn_ = true;
+        }
         return;
     }
+    // Without the setting the session is asked once, at start, whether it has accessibility on.
+    if (!smart && accessibilityProbed_) {
+        return;
+    }
+    accessibilityProbed_ = true;
     QString why;
-    atspi_ = AtspiFieldReader::connect(why);
-    fieldReader_.reader = atspi_.get();
-    if (!atspi_) {
+    atspi_ = AtspiFieldReader::connect(why, smart);
+    accessibilityTurnedOn_ = smart && atspi_;
+    accessibility_.reader = atspi_.get();
+    if (!atspi_ && smart) {
         logs::app.warning("Password fields cannot be recognised: " + why.toStdString() + ".");
     }
 }
 
-std::optional<FocusedField> AppServices::FieldReaderSlot::focusedField() {
+std::optional<FocusedField> AppServices::AccessibilitySlot::focusedField() {
     return reader != nullptr ? reader->focusedField() : std::nullopt;
+}
+
+std::optional<std::string> AppServices::AccessibilitySlot::focusedPageAddress() {
+    if (reader == nullptr) {
+        return std::nullopt;
+    }
+    const auto window = windows != nullptr ? windows->activeWindow() : std::nullopt;
+    return reader->focusedPageAddress(window ? window->pid : std::nullopt);
 }
 
 void AppServices::copyToClipboard(const PasteboardSnapshot& content) {

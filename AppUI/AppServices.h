@@ -82,14 +82,18 @@ public:
 
 private:
     void watch(int fileDescriptor, std::function<void()> onReadable);
-    // Connects to the accessibility bus once `smartFieldDetection` is on.
+    // Connects to the accessibility bus, turning it on for every application once
+    // `smartFieldDetection` is on; without it, only when the session's accessibility is on.
     void followSmartFieldDetection();
 
-    // What the expansion service asks; answers from the accessibility bus once connected.
-    class FieldReaderSlot : public FieldReader {
+    // What the expansion service and the Board capture ask; answers from the accessibility
+    // bus once connected.
+    class AccessibilitySlot : public FieldReader, public PageAddressSource {
     public:
         std::optional<FocusedField> focusedField() override;
+        std::optional<std::string> focusedPageAddress() override;
         AtspiFieldReader* reader = nullptr;
+        ActiveWindowInfo* windows = nullptr;
     };
 
     ModelContext& context_;
@@ -107,7 +111,9 @@ private:
     std::unique_ptr<ActiveWindowInfo> noWindows_;
     FillInController fillIn_;
     std::unique_ptr<AtspiFieldReader> atspi_;
-    FieldReaderSlot fieldReader_;
+    AccessibilitySlot accessibility_;
+    bool accessibilityTurnedOn_ = false;
+    bool accessibilityProbed_ = false;
     std::unique_ptr<ExpansionService> expansion_;
     std::unique_ptr<ClipboardCaptureService> capture_;
     ToastPopup toast_;

@@ -2,9 +2,12 @@
 
 #include "MarluneCore/Log.h"
 
+#include <QDBusArgument>
 #include <QDBusMessage>
+#include <QDBusObjectPath>
 #include <QDBusReply>
 #include <QDBusVariant>
+#include <QMap>
 #include <QVariant>
 
 namespace marlune {
@@ -24,19 +27,27 @@ QDBusMessage callOn(QDBusConnection& bus, const QString& service, const QString&
 
 } // namespace
 
-std::unique_ptr<AtspiFieldReader> AtspiFieldReader::connect(QString& why) {
+std::unique_ptr<AtspiFieldReader> AtspiFieldReader::connect(QString& why, bool enable) {
     QDBusConnection session = QDBusConnection::sessionBus();
     if (!session.isConnected()) {
         why = QStringLiteral("no session bus");
         return nullptr;
     }
-    // Applications publish their accessibility trees only while this is on.
-    auto enable = QDBusMessage::createMethodCall(
-        QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
-        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
-    enable.setArguments({QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
-                         QVariant::fromValue(QDBusVariant(true))});
-    session.call(enable, QDBus::Block, 2000);
+    if (enable) {
+        enableAccessibility();
+    } else {
+        const QDBusReply<QDBusVariant> enabled = session.call(
+            QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"),
+                                           QStringLiteral("/org/a11y/bus"),
+                                           QStringLiteral("org.freedesktop.DBus.Properties"),
+                                           QStringLiteral("Get"))
+                << QStringLiteral("org.a11y.Status") << QStringLiteral("IsEnabled"),
+            QDBus::Block, 2000);
+        if (!enabled.isValid() || !enabled.value().variant().toBool()) {
+            why = QStringLiteral("the session's accessibility is off");
+            return nullptr;
+        }
+    }
 
     const QDBusReply<QString> address = session.call(
         QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
@@ -53,6 +64,16 @@ std::unique_ptr<AtspiFieldReader> AtspiFieldReader::connect(QString& why) {
         return nullptr;
     }
     return std::unique_ptr<AtspiFieldReader>(new AtspiFieldReader(bus));
+}
+
+void AtspiFieldReader::enableAccessibility() {
+    // Applications publish their accessibility trees only while this is on.
+    auto enable = QDBusMessage::createMethodCall(
+        QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
+        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
+    enable.setArguments({QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
+                         QVariant::fromValue(QDBusVariant(true))});
+    QDBusConnection::sessionBus().call(enable, QDBus::Block, 2000);
 }
 
 AtspiFieldReader::AtspiFieldReader(QDBusConnection bus) : bus_(bus) {
@@ -123,6 +144,68 @@ std::optional<FocusedField> AtspiFieldReader::focusedField() {
         field.textBeforeCaret = text.arguments().front().toString().toStdString();
     }
     return field;
+}
+
+std::optional<std::string>
+AtspiFieldReader::focusedPageAddress(std::optional<std::int64_t> windowPid) {
+    if (focusedService_.isEmpty() || (windowPid && focusedPid_ && *windowPid != *focusedPid_)) {
+        return std::nullopt;
+    }
+    QString path = focusedPath_;
+    for (int depth = 0; depth < kMaxAncestors; ++depth) {
+        const QDBusMessage role = callOn(bus_, focusedService_, path, kAccessible, QStringLiteral("GetRole"));
+        if (role.type() != QDBusMessage::ReplyMessage || role.arguments().isEmpty()) {
+            return std::nullopt;
+        }
+        if (role.arguments().front().toUInt() == kRoleDocumentWeb) {
+            return documentAddress(path);
+        }
+        const QDBusMessage parent =
+            callOn(bus_, focusedService_, path, QStringLiteral("org.freedesktop.DBus.Properties"),
+                   QStringLiteral("Get"), {kAccessible, QStringLiteral("Parent")});
+        if (parent.type() != QDBusMessage::ReplyMessage || parent.arguments().isEmpty()) {
+            return std::nullopt;
+        }
+        // An object reference: the connection that serves it and its path.
+        const auto reference =
+            parent.arguments().front().value<QDBusVariant>().variant().value<QDBusArgument>();
+        if (reference.currentSignature() != QStringLiteral("(so)")) {
+            return std::nullopt;
+        }
+        QString service;
+        QDBusObjectPath next;
+        reference.beginStructure();
+        reference >> service >> next;
+        reference.endStructure();
+        // Above the application's root the tree belongs to the registry: no page up there.
+        if (service != focusedService_ || next.path() == QStringLiteral("/org/a11y/atspi/null")) {
+            return std::nullopt;
+        }
+        path = next.path();
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> AtspiFieldReader::documentAddress(const QString& path) {
+    const QDBusMessage reply = callOn(bus_, focusedService_, path, QStringLiteral("org.a11y.atspi.Document"),
+                                      QStringLiteral("GetAttributes"));
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    const auto argument = reply.arguments().front().value<QDBusArgument>();
+    if (argument.currentSignature() != QStringLiteral("a{ss}")) {
+        return std::nullopt;
+    }
+    QMap<QString, QString> attributes;
+    argument >> attributes;
+    // Toolkits differ in the name they give the document's address.
+    for (const auto* key : {"DocURL", "URI", "URL"}) {
+        const QString value = attributes.value(QString::fromLatin1(key));
+        if (!value.isEmpty()) {
+            return value.toStdString();
+        }
+    }
+    return std::nullopt;
 }
 
 } // namespace marlune

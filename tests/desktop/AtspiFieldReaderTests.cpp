@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 const std::string fieldPath = MARLUNE_TEST_FIELD;
+const std::string webPagePath = MARLUNE_FAKE_WEB_PAGE;
 
 struct FieldCase {
     const char* name;
@@ -85,6 +86,66 @@ TEST(AtspiFieldReader, FollowsTheFocusAndReadsTheField) {
                           << (seen && seen->isPassword) << ", before caret '"
                           << (seen && seen->textBeforeCaret ? *seen->textBeforeCaret : "-")
                           << "', process " << (seen && seen->pid ? *seen->pid : -1);
+    }
+}
+
+struct PageCase {
+    const char* name;
+    std::vector<std::string> args;
+    // Whether the active window is the page's own (its process) or another one's.
+    bool pageIsActive;
+    std::optional<std::string> address;
+};
+
+TEST(AtspiFieldReader, FindsTheAddressOfTheWebPageThatHoldsTheFocus) {
+    int argc = 1;
+    char name[] = "AtspiFieldReaderTests";
+    char* argv[] = {name, nullptr};
+    QCoreApplication app(argc, argv);
+    QString why;
+    auto reader = AtspiFieldReader::connect(why);
+    if (!reader) {
+        GTEST_SKIP() << "no accessibility bus: " << why.toStdString();
+    }
+    const std::string url = "https://example.org/notes?id=7#top";
+    const std::vector<PageCase> cases{
+        {"a paragraph of the page", {"--focus", "paragraph", "--address-key", "DocURL", "--address", url},
+         true, url},
+        {"the page itself, its address under another name",
+         {"--focus", "document", "--address-key", "URI", "--address", "http://intranet.local/a"},
+         true, "http://intranet.local/a"},
+        {"an address that is not a web one is still the page's",
+         {"--focus", "section", "--address-key", "URL", "--address", "file:///tmp/page.html"}, true,
+         "file:///tmp/page.html"},
+        {"the address bar, outside the page",
+         {"--focus", "addressbar", "--address-key", "DocURL", "--address", url}, true, std::nullopt},
+        {"a page that states no address", {"--focus", "paragraph"}, true, std::nullopt},
+        {"another application's window is active",
+         {"--focus", "paragraph", "--address-key", "DocURL", "--address", url}, false, std::nullopt},
+        {"parents that go round in a circle",
+         {"--focus", "paragraph", "--address-key", "DocURL", "--address", url, "--loop"}, true,
+         std::nullopt},
+    };
+    test::TempDir dir;
+    int n = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::vector<std::string> args{webPagePath};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        test::BackgroundProcess page(args, {}, dir.path() / ("page" + std::to_string(++n) + ".log"));
+        ASSERT_TRUE(test::pumpUntil([&] { return page.log().find("ready") != std::string::npos; }))
+            << page.log();
+        // The page announces its focus until the reader has taken it from this process.
+        std::optional<FocusedField> seen;
+        ASSERT_TRUE(test::pumpUntil([&] {
+            seen = reader->focusedField();
+            return seen && seen->pid == std::optional<std::int64_t>(page.pid());
+        })) << page.log();
+        const std::int64_t active = c.pageIsActive ? page.pid() : page.pid() + 100000;
+        EXPECT_EQ(reader->focusedPageAddress(active), c.address);
+        if (c.pageIsActive) {
+            EXPECT_EQ(reader->focusedPageAddress(std::nullopt), c.address) << "window unknown";
+        }
     }
 }
 
