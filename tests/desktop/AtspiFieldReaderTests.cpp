@@ -24,6 +24,18 @@ using namespace std::chrono_literals;
 const std::string fieldPath = MARLUNE_TEST_FIELD;
 const std::string webPagePath = MARLUNE_FAKE_WEB_PAGE;
 
+// The Qt application the reader's bus connection needs, and the reader: none when the session
+// has no accessibility bus.
+struct ReaderSession {
+    ReaderSession() : app(argc, argv), reader(AtspiFieldReader::connect(why)) {}
+    int argc = 1;
+    char name[22] = "AtspiFieldReaderTests";
+    char* argv[2] = {name, nullptr};
+    QCoreApplication app;
+    QString why;
+    std::unique_ptr<AtspiFieldReader> reader;
+};
+
 struct FieldCase {
     const char* name;
     const char* mode;
@@ -38,15 +50,11 @@ TEST(AtspiFieldReader, FollowsTheFocusAndReadsTheField) {
     if (display == nullptr || *display == '\0' || xdotool.empty()) {
         GTEST_SKIP() << "needs a display and xdotool (run through scripts/test-session.sh)";
     }
-    int argc = 1;
-    char name[] = "AtspiFieldReaderTests";
-    char* argv[] = {name, nullptr};
-    QCoreApplication app(argc, argv);
-    QString why;
-    auto reader = AtspiFieldReader::connect(why);
-    if (!reader) {
-        GTEST_SKIP() << "no accessibility bus: " << why.toStdString();
+    ReaderSession session;
+    if (!session.reader) {
+        GTEST_SKIP() << "no accessibility bus: " << session.why.toStdString();
     }
+    auto& reader = session.reader;
     const std::vector<FieldCase> cases{
         {"password field", "--password", "secret", true, std::nullopt},
         {"text field", "", "hello ;sig", false, "hello ;sig"},
@@ -98,15 +106,11 @@ struct PageCase {
 };
 
 TEST(AtspiFieldReader, FindsTheAddressOfTheWebPageThatHoldsTheFocus) {
-    int argc = 1;
-    char name[] = "AtspiFieldReaderTests";
-    char* argv[] = {name, nullptr};
-    QCoreApplication app(argc, argv);
-    QString why;
-    auto reader = AtspiFieldReader::connect(why);
-    if (!reader) {
-        GTEST_SKIP() << "no accessibility bus: " << why.toStdString();
+    ReaderSession session;
+    if (!session.reader) {
+        GTEST_SKIP() << "no accessibility bus: " << session.why.toStdString();
     }
+    auto& reader = session.reader;
     const std::string url = "https://example.org/notes?id=7#top";
     const std::vector<PageCase> cases{
         {"a paragraph of the page", {"--focus", "paragraph", "--address-key", "DocURL", "--address", url},
