@@ -7,38 +7,11 @@
 #include "MarluneCore/SnippetStore.h"
 
 #include <algorithm>
-#include <array>
 #include <set>
 
 namespace marlune {
 
 namespace {
-
-constexpr std::array<std::string_view, 7> colorRoles = {"iris",   "plum", "blush", "amber",
-                                                        "citron", "sage", "teal"};
-
-std::optional<std::string> colorRoleArg(const std::optional<std::string>& role) {
-    if (!role || role->empty()) {
-        return std::nullopt; // an empty role clears the colour
-    }
-    if (std::find(colorRoles.begin(), colorRoles.end(), *role) == colorRoles.end()) {
-        throw CLIError(CLIErrorCode::validation, "'" + *role + "' is not a colour role.",
-                       "Use iris, plum, blush, amber, citron, sage or teal.");
-    }
-    return role;
-}
-
-std::string nameArg(const std::optional<std::string>& name, std::string_view kind) {
-    std::string trimmed = name.value_or("");
-    const auto first = trimmed.find_first_not_of(" \t\r\n");
-    const auto last = trimmed.find_last_not_of(" \t\r\n");
-    trimmed = first == std::string::npos ? std::string() : trimmed.substr(first, last - first + 1);
-    if (trimmed.empty()) {
-        throw CLIError(CLIErrorCode::validation, "A " + std::string(kind) + " needs a name.",
-                       "Pass one with --name.");
-    }
-    return trimmed;
-}
 
 void refuseListFilters(const ListArgs& args, std::string_view kind) {
     if (args.groupRef || args.tagRef || args.pinboardRef || args.sourceAppBundleID || args.kind ||
@@ -124,7 +97,7 @@ void applyGroupFields(const GroupWriteArgs& args, ModelContext& context, Snippet
         group.iconSymbol = *args.iconSymbol;
     }
     if (args.colorRole) {
-        group.colorRole = colorRoleArg(args.colorRole);
+        group.colorRole = CLIResolvers::colorRole(args.colorRole);
     }
     if (args.parentRef) {
         // An empty parent moves the group to the top level.
@@ -146,7 +119,7 @@ GroupDTO createGroup(const GroupWriteArgs& args, CLICall& call) {
     SnippetStore store(context);
     const auto groups = store.groups();
     SnippetGroup group = SnippetGroup::make(call.now());
-    group.name = nameArg(args.name, "group");
+    group.name = CLIResolvers::requireName(args.name, "group");
     applyGroupFields(args, context, group);
     if (!args.sortIndex) {
         // New groups go after their siblings.
@@ -166,7 +139,7 @@ GroupDTO updateGroup(const GroupWriteArgs& args, CLICall& call) {
     CLIResolvers::requireRef(args.ref.value_or(""), "A group ref is required.");
     SnippetGroup group = CLIResolvers::group(context, *args.ref);
     if (args.name) {
-        group.name = nameArg(args.name, "group");
+        group.name = CLIResolvers::requireName(args.name, "group");
     }
     applyGroupFields(args, context, group);
     SnippetStore store(context);
@@ -244,8 +217,8 @@ TagDTO createTag(const TagWriteArgs& args, CLICall& call) {
     auto& context = call.context();
     SnippetStore store(context);
     Tag tag = Tag::make(call.now());
-    tag.name = nameArg(args.name, "tag");
-    tag.colorRole = colorRoleArg(args.colorRole);
+    tag.name = CLIResolvers::requireName(args.name, "tag");
+    tag.colorRole = CLIResolvers::colorRole(args.colorRole);
     refuseTagName(store.tags(), tag);
     tag = store.createTag(std::move(tag), call.now());
     return CLIRecordMapping(context, call.settings()).tag(tag);
@@ -256,10 +229,10 @@ TagDTO updateTag(const TagWriteArgs& args, CLICall& call) {
     CLIResolvers::requireRef(args.ref.value_or(""), "A tag ref is required.");
     Tag tag = CLIResolvers::tag(context, *args.ref);
     if (args.name) {
-        tag.name = nameArg(args.name, "tag");
+        tag.name = CLIResolvers::requireName(args.name, "tag");
     }
     if (args.colorRole) {
-        tag.colorRole = colorRoleArg(args.colorRole);
+        tag.colorRole = CLIResolvers::colorRole(args.colorRole);
     }
     SnippetStore store(context);
     refuseTagName(store.tags(), tag);

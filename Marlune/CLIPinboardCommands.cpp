@@ -11,39 +11,12 @@
 #include "MarluneCore/PinboardStore.h"
 
 #include <algorithm>
-#include <array>
 
 namespace marlune {
 
 namespace {
 
 using namespace CLIClipSupport;
-
-constexpr std::array<std::string_view, 7> colorRoles = {"iris",   "plum", "blush", "amber",
-                                                        "citron", "sage", "teal"};
-
-std::optional<std::string> colorRoleArg(const std::optional<std::string>& role) {
-    if (!role || role->empty()) {
-        return std::nullopt; // an empty role clears the colour
-    }
-    if (std::find(colorRoles.begin(), colorRoles.end(), *role) == colorRoles.end()) {
-        throw CLIError(CLIErrorCode::validation, "'" + *role + "' is not a colour role.",
-                       "Use iris, plum, blush, amber, citron, sage or teal.");
-    }
-    return role;
-}
-
-std::string nameArg(const std::optional<std::string>& name) {
-    std::string trimmed = name.value_or("");
-    const auto first = trimmed.find_first_not_of(" \t\r\n");
-    const auto last = trimmed.find_last_not_of(" \t\r\n");
-    trimmed = first == std::string::npos ? std::string() : trimmed.substr(first, last - first + 1);
-    if (trimmed.empty()) {
-        throw CLIError(CLIErrorCode::validation, "A pinboard needs a name.",
-                       "Pass one with --name.");
-    }
-    return trimmed;
-}
 
 // Names stay unique: a reference by name could never pick one of two.
 void refuseTakenName(const std::vector<Pinboard>& pinboards, const Pinboard& pinboard) {
@@ -61,7 +34,7 @@ void applyFields(const PinboardWriteArgs& args, Pinboard& pinboard) {
         pinboard.iconSymbol = *args.iconSymbol;
     }
     if (args.colorRole) {
-        pinboard.colorRole = colorRoleArg(args.colorRole);
+        pinboard.colorRole = CLIResolvers::colorRole(args.colorRole);
     }
     if (args.sortIndex) {
         pinboard.sortIndex = *args.sortIndex;
@@ -116,7 +89,7 @@ PinboardDTO createPinboard(const PinboardWriteArgs& args, CLICall& call) {
     PinboardStore store(context);
     const auto pinboards = store.list();
     Pinboard pinboard = Pinboard::make(call.now());
-    pinboard.name = nameArg(args.name);
+    pinboard.name = CLIResolvers::requireName(args.name, "pinboard");
     applyFields(args, pinboard);
     if (!args.sortIndex) {
         for (const auto& other : pinboards) {
@@ -132,7 +105,7 @@ PinboardDTO updatePinboard(const PinboardWriteArgs& args, CLICall& call) {
     CLIResolvers::requireRef(args.ref.value_or(""), "A pinboard reference is required.");
     Pinboard pinboard = resolvePinboard(context, *args.ref);
     if (args.name) {
-        pinboard.name = nameArg(args.name);
+        pinboard.name = CLIResolvers::requireName(args.name, "pinboard");
     }
     applyFields(args, pinboard);
     PinboardStore store(context);

@@ -5,6 +5,7 @@
 #include "MarluneCore/SnippetStore.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <unicode/unistr.h>
 #include <vector>
@@ -65,6 +66,31 @@ std::string CLIResolvers::foldCase(std::string_view text) {
     std::string out;
     folded.toUTF8String(out);
     return out;
+}
+
+std::string CLIResolvers::requireName(const std::optional<std::string>& name, std::string_view kind) {
+    std::string trimmed = name.value_or("");
+    const auto first = trimmed.find_first_not_of(" \t\r\n");
+    const auto last = trimmed.find_last_not_of(" \t\r\n");
+    trimmed = first == std::string::npos ? std::string() : trimmed.substr(first, last - first + 1);
+    if (trimmed.empty()) {
+        throw CLIError(CLIErrorCode::validation, "A " + std::string(kind) + " needs a name.",
+                       "Pass one with --name.");
+    }
+    return trimmed;
+}
+
+std::optional<std::string> CLIResolvers::colorRole(const std::optional<std::string>& role) {
+    static constexpr std::array<std::string_view, 7> roles = {"iris",   "plum", "blush", "amber",
+                                                              "citron", "sage", "teal"};
+    if (!role || role->empty()) {
+        return std::nullopt;
+    }
+    if (std::find(roles.begin(), roles.end(), *role) == roles.end()) {
+        throw CLIError(CLIErrorCode::validation, "'" + *role + "' is not a colour role.",
+                       "Use iris, plum, blush, amber, citron, sage or teal.");
+    }
+    return role;
 }
 
 bool CLIResolvers::sameName(std::string_view a, std::string_view b) {

@@ -27,6 +27,11 @@ struct CLIResolvers {
     // Refuses an empty or blank reference before anything is looked up, with `message`
     // ("A group ref is required.").
     static void requireRef(std::string_view ref, std::string_view message);
+    // A name given with --name, trimmed; a blank one is refused ("A group needs a name.").
+    static std::string requireName(const std::optional<std::string>& name, std::string_view kind);
+    // A colour role given on the command line: nothing for an empty one, which clears the
+    // colour, else one of the seven roles.
+    static std::optional<std::string> colorRole(const std::optional<std::string>& role);
 
     static CLIError notFound(std::string_view kind, std::string_view ref);
     static CLIError ambiguous(std::string_view kind, std::string_view ref, std::size_t count);
