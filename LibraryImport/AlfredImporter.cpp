@@ -73,27 +73,11 @@ private:
         if (TemplateText::opensPlaceholder(text)) {
             note(": the text contains “{@”, which Marlune reads as the start of a placeholder.");
         }
-        std::string out;
-        std::size_t i = 0;
-        while (i < text.size()) {
-            const auto open = text.find('{', i);
-            if (open == std::string_view::npos) {
-                out += text.substr(i);
-                break;
-            }
-            out += text.substr(i, open - i);
-            const auto close = text.find('}', open);
-            if (close == std::string_view::npos || open + 1 >= text.size() ||
-                std::isalpha(static_cast<unsigned char>(text[open + 1])) == 0) {
-                out += '{';
-                i = open + 1;
-                continue;
-            }
-            const std::string_view typed = text.substr(open, close + 1 - open);
-            i = close + 1;
-            out += placeholder(text.substr(open + 1, close - open - 1), typed, chain, depth);
-        }
-        return out;
+        return replaceBraceMarks(
+            text, [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; },
+            [&](std::string_view inside, std::string_view typed) {
+                return placeholder(inside, typed, chain, depth);
+            });
     }
 
     std::string format(std::string_view pattern) {

@@ -7,6 +7,30 @@
 
 namespace marlune {
 
+std::string replaceBraceMarks(
+    std::string_view text, const std::function<bool(char)>& opens,
+    const std::function<std::string(std::string_view inside, std::string_view typed)>& mark) {
+    std::string out;
+    std::size_t i = 0;
+    while (i < text.size()) {
+        const auto open = text.find('{', i);
+        if (open == std::string_view::npos) {
+            out += text.substr(i);
+            break;
+        }
+        out += text.substr(i, open - i);
+        const auto close = text.find('}', open);
+        if (close == std::string_view::npos || open + 1 >= text.size() || !opens(text[open + 1])) {
+            out += '{';
+            i = open + 1;
+            continue;
+        }
+        i = close + 1;
+        out += mark(text.substr(open + 1, close - open - 1), text.substr(open, close + 1 - open));
+    }
+    return out;
+}
+
 namespace {
 
 // Look-alikes the template syntax leaves alone.

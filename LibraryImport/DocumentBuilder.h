@@ -3,6 +3,7 @@
 #include "LibraryImport/ImportTypes.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -41,6 +42,14 @@ struct SourceSnippet {
     std::optional<std::string> lastUsedAt;
     std::int64_t usageCount = 0;
 };
+
+// Walks `text` for the "{…}" marks of brace-style templates: a "{" followed by a character
+// that `opens` accepts, up to the next "}". Text outside the marks is copied; each mark's
+// inside and its text as typed go to `mark`, whose answer takes its place. A "{" that opens
+// nothing, or is never closed, stays as typed.
+std::string replaceBraceMarks(
+    std::string_view text, const std::function<bool(char)>& opens,
+    const std::function<std::string(std::string_view inside, std::string_view typed)>& mark);
 
 // What every converter builds its document with: stable ids, groups by name, keyword prefixes
 // and the notes about them, duplicates dropped, and the closing checks.

@@ -152,43 +152,23 @@ private:
         if (TemplateText::opensPlaceholder(text)) {
             note(": the text contains “{@”, which Marlune reads as the start of a placeholder.");
         }
-        std::string out;
-        std::size_t i = 0;
-        while (i < text.size()) {
-            const auto open = text.find('{', i);
-            if (open == std::string_view::npos) {
-                out += text.substr(i);
-                break;
-            }
-            out += text.substr(i, open - i);
-            const auto close = text.find('}', open);
-            const bool starts = open + 1 < text.size() &&
-                                (std::isalpha(static_cast<unsigned char>(text[open + 1])) != 0 ||
-                                 text[open + 1] == '=');
-            if (!starts || close == std::string_view::npos) {
-                out += '{';
-                i = open + 1;
-                continue;
-            }
-            const std::string_view typed = text.substr(open, close + 1 - open);
-            const std::string_view inside = text.substr(open + 1, close - open - 1);
-            i = close + 1;
+        const auto opens = [](char c) {
+            return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '=';
+        };
+        return replaceBraceMarks(text, opens, [&](std::string_view inside, std::string_view typed) {
             if (inside.front() == '=') {
                 note(": " + std::string(typed) +
                      " (a calculation) has no Marlune equivalent — left as typed.");
-                out += typed;
-                continue;
+                return std::string(typed);
             }
             auto mark = parseMark(inside);
             if (!mark) {
                 note(": " + std::string(typed.substr(0, typed.size() - 1)) +
                      "} couldn't be read — left as typed.");
-                out += typed;
-                continue;
+                return std::string(typed);
             }
-            out += placeholder(*mark, typed, chain, depth);
-        }
-        return out;
+            return placeholder(*mark, typed, chain, depth);
+        });
     }
 
     std::string transform(const Mark& mark) {
