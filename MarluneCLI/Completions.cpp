@@ -105,55 +105,80 @@ std::vector<std::string> childNames(const CommandNode& node) {
     return names;
 }
 
-std::string bash(const CommandNode& root) {
-    const auto commands = flatten(root);
-    std::ostringstream out;
-    out << "# bash completion for marlune\n"
-           "__marlune_valued() {\n"
+// Both POSIX-style shells: the function that names the options taking a value at each
+// command, and the loop that finds the command path among the words before the cursor,
+// skipping options and their values. `pathVar` holds the path; the words are `words[first..]`
+// up to `current`.
+void writeValuedFunction(std::ostream& out, const CommandNode& root,
+                         const std::vector<Visited>& commands) {
+    out << "__marlune_valued() {\n"
            "    case \"$1\" in\n";
     for (const auto& [path, node] : commands) {
         out << "        " << shellQuoted(path) << ") echo "
             << shellQuoted(joined(valuedNames(optionsAt(root, *node)))) << " ;;\n";
     }
     out << "    esac\n"
-           "}\n\n"
-           "_marlune() {\n"
-           "    local cur=\"${COMP_WORDS[COMP_CWORD]}\" prev=\"${COMP_WORDS[COMP_CWORD-1]}\"\n"
-           "    local path=\"\" word next i skip=0\n"
-           "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
-           "        word=\"${COMP_WORDS[i]}\"\n"
-           "        if ((skip)); then skip=0; continue; fi\n"
+           "}\n\n";
+}
+
+void writeCommandPathLoop(std::ostream& out, const std::vector<Visited>& commands,
+                          std::string_view pathVar, std::string_view words, int first,
+                          std::string_view current) {
+    out << "    for ((i = " << first << "; i < " << current << "; i++)); do\n"
+        << "        word=\"${" << words << "[i]}\"\n"
+        << "        if ((skip)); then skip=0; continue; fi\n"
            "        case \"$word\" in\n"
            "            --*=*) continue ;;\n"
            "            -*)\n"
-           "                case \" $(__marlune_valued \"$path\") \" in\n"
-           "                    *\" $word \"*) skip=1 ;;\n"
+        << "                case \" $(__marlune_valued \"$" << pathVar << "\") \" in\n"
+        << "                    *\" $word \"*) skip=1 ;;\n"
            "                esac\n"
            "                continue ;;\n"
            "        esac\n"
-           "        next=\"${path:+$path }$word\"\n"
-           "        case \"$next\" in\n";
+        << "        next=\"${" << pathVar << ":+$" << pathVar << " }$word\"\n"
+        << "        case \"$next\" in\n";
     std::string known;
     for (const auto& [path, node] : commands) {
         if (!path.empty()) {
             known += (known.empty() ? "" : "|") + shellQuoted(path);
         }
     }
-    out << "            " << known << ") path=\"$next\" ;;\n"
+    out << "            " << known << ") " << pathVar << "=\"$next\" ;;\n"
         << "        esac\n"
-           "    done\n"
-           "    case \"$path|$prev\" in\n";
+           "    done\n";
+}
+
+// One case per option with a fixed set of values, keyed "command path|option name".
+void writeChoiceCases(std::ostream& out, const CommandNode& root,
+                      const std::vector<Visited>& commands,
+                      const std::function<std::string(const std::vector<std::string>&)>& reply) {
     for (const auto& [path, node] : commands) {
         for (const auto* option : optionsAt(root, *node)) {
             if (option->choices.empty()) {
                 continue;
             }
             for (const auto& name : option->names) {
-                out << "        " << shellQuoted(path + "|" + name) << ") COMPREPLY=($(compgen -W "
-                    << shellQuoted(joined(option->choices)) << " -- \"$cur\")); return 0 ;;\n";
+                out << "        " << shellQuoted(path + "|" + name) << ") " << reply(option->choices)
+                    << " ;;\n";
             }
         }
     }
+}
+
+std::string bash(const CommandNode& root) {
+    const auto commands = flatten(root);
+    std::ostringstream out;
+    out << "# bash completion for marlune\n";
+    writeValuedFunction(out, root, commands);
+    out << "_marlune() {\n"
+           "    local cur=\"${COMP_WORDS[COMP_CWORD]}\" prev=\"${COMP_WORDS[COMP_CWORD-1]}\"\n"
+           "    local path=\"\" word next i skip=0\n";
+    writeCommandPathLoop(out, commands, "path", "COMP_WORDS", 1, "COMP_CWORD");
+    out << "    case \"$path|$prev\" in\n";
+    writeChoiceCases(out, root, commands, [](const std::vector<std::string>& choices) {
+        return "COMPREPLY=($(compgen -W " + shellQuoted(joined(choices)) +
+               " -- \"$cur\")); return 0";
+    });
     out << "    esac\n"
            "    case \" $(__marlune_valued \"$path\") \" in\n"
            "        *\" $prev \"*) COMPREPLY=(); return 0 ;;\n"
@@ -181,51 +206,15 @@ std::string zsh(const CommandNode& root) {
     const auto commands = flatten(root);
     std::ostringstream out;
     out << "#compdef marlune\n"
-           "# zsh completion for marlune\n"
-           "__marlune_valued() {\n"
-           "    case \"$1\" in\n";
-    for (const auto& [path, node] : commands) {
-        out << "        " << shellQuoted(path) << ") echo "
-            << shellQuoted(joined(valuedNames(optionsAt(root, *node)))) << " ;;\n";
-    }
-    out << "    esac\n"
-           "}\n\n"
-           "_marlune() {\n"
-           "    local cmdpath=\"\" word next i skip=0 prev=\"${words[CURRENT-1]}\"\n"
-           "    for ((i = 2; i < CURRENT; i++)); do\n"
-           "        word=\"${words[i]}\"\n"
-           "        if ((skip)); then skip=0; continue; fi\n"
-           "        case \"$word\" in\n"
-           "            --*=*) continue ;;\n"
-           "            -*)\n"
-           "                case \" $(__marlune_valued \"$cmdpath\") \" in\n"
-           "                    *\" $word \"*) skip=1 ;;\n"
-           "                esac\n"
-           "                continue ;;\n"
-           "        esac\n"
-           "        next=\"${cmdpath:+$cmdpath }$word\"\n"
-           "        case \"$next\" in\n";
-    std::string known;
-    for (const auto& [path, node] : commands) {
-        if (!path.empty()) {
-            known += (known.empty() ? "" : "|") + shellQuoted(path);
-        }
-    }
-    out << "            " << known << ") cmdpath=\"$next\" ;;\n"
-        << "        esac\n"
-           "    done\n"
-           "    case \"$cmdpath|$prev\" in\n";
-    for (const auto& [path, node] : commands) {
-        for (const auto* option : optionsAt(root, *node)) {
-            if (option->choices.empty()) {
-                continue;
-            }
-            for (const auto& name : option->names) {
-                out << "        " << shellQuoted(path + "|" + name) << ") compadd -- "
-                    << joined(option->choices) << "; return ;;\n";
-            }
-        }
-    }
+           "# zsh completion for marlune\n";
+    writeValuedFunction(out, root, commands);
+    out << "_marlune() {\n"
+           "    local cmdpath=\"\" word next i skip=0 prev=\"${words[CURRENT-1]}\"\n";
+    writeCommandPathLoop(out, commands, "cmdpath", "words", 2, "CURRENT");
+    out << "    case \"$cmdpath|$prev\" in\n";
+    writeChoiceCases(out, root, commands, [](const std::vector<std::string>& choices) {
+        return "compadd -- " + joined(choices) + "; return";
+    });
     out << "    esac\n"
            "    case \" $(__marlune_valued \"$cmdpath\") \" in\n"
            "        *\" $prev \"*) return 1 ;;\n"
