@@ -74,6 +74,25 @@ std::optional<std::string> idString(const std::optional<Uuid>& id) {
     return std::nullopt;
 }
 
+// The columns of one snippet, in the order of `snippetColumns`; an update leaves ?7, the
+// creation date, out of its SET list.
+void bindSnippet(Statement& stmt, const Snippet& snippet, const ClipCrypto& crypto) {
+    stmt.bind(1, snippet.id.string())
+        .bind(2, snippet.title)
+        .bind(3, snippet.keyword)
+        .bind(4, crypto.sealText(snippet.content))
+        .bind(5, rawValue(snippet.contentType))
+        .bind(6, snippet.isFavorite)
+        .bind(7, toStorage(snippet.createdAt))
+        .bind(8, toStorage(snippet.updatedAt))
+        .bind(9, snippet.usageCount)
+        .bind(10, storage(snippet.lastUsedAt))
+        .bind(11, snippet.sortIndex)
+        .bind(12, sealedFillIns(snippet.lastFillInValues, crypto))
+        .bind(13, storage(snippet.deletedAt))
+        .bind(14, idString(snippet.groupID));
+}
+
 SnippetStoreError notFound(const Uuid& id) {
     return {SnippetStoreError::Kind::notFound,
             "No snippet has the id " + id.string() + "."};
@@ -136,25 +155,11 @@ Snippet SnippetStore::create(Snippet snippet, Date now) {
         if (snippet.isLive()) {
             checkKeywordFree(snippet.keyword, snippet.id);
         }
-        const auto& crypto = context_.crypto();
         auto stmt = context_.db().prepare(
             "INSERT INTO Snippet (" + std::string(snippetColumns) +
             ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14)");
-        stmt.bind(1, snippet.id.string())
-            .bind(2, snippet.title)
-            .bind(3, snippet.keyword)
-            .bind(4, crypto.sealText(snippet.content))
-            .bind(5, rawValue(snippet.contentType))
-            .bind(6, snippet.isFavorite)
-            .bind(7, toStorage(snippet.createdAt))
-            .bind(8, toStorage(snippet.updatedAt))
-            .bind(9, snippet.usageCount)
-            .bind(10, storage(snippet.lastUsedAt))
-            .bind(11, snippet.sortIndex)
-            .bind(12, sealedFillIns(snippet.lastFillInValues, crypto))
-            .bind(13, storage(snippet.deletedAt))
-            .bind(14, idString(snippet.groupID))
-            .run();
+        bindSnippet(stmt, snippet, context_.crypto());
+        stmt.run();
         writeTags(snippet);
         return snippet;
     });
@@ -167,25 +172,12 @@ Snippet SnippetStore::update(Snippet snippet, Date now) {
         if (snippet.isLive()) {
             checkKeywordFree(snippet.keyword, snippet.id);
         }
-        const auto& crypto = context_.crypto();
         auto stmt = context_.db().prepare(
             "UPDATE Snippet SET title = ?2, keyword = ?3, content = ?4, contentTypeRaw = ?5, "
-            "isFavorite = ?6, updatedAt = ?7, usageCount = ?8, lastUsedAt = ?9, sortIndex = ?10, "
-            "lastFillInValues = ?11, deletedAt = ?12, group_id = ?13 WHERE id = ?1");
-        stmt.bind(1, snippet.id.string())
-            .bind(2, snippet.title)
-            .bind(3, snippet.keyword)
-            .bind(4, crypto.sealText(snippet.content))
-            .bind(5, rawValue(snippet.contentType))
-            .bind(6, snippet.isFavorite)
-            .bind(7, toStorage(snippet.updatedAt))
-            .bind(8, snippet.usageCount)
-            .bind(9, storage(snippet.lastUsedAt))
-            .bind(10, snippet.sortIndex)
-            .bind(11, sealedFillIns(snippet.lastFillInValues, crypto))
-            .bind(12, storage(snippet.deletedAt))
-            .bind(13, idString(snippet.groupID))
-            .run();
+            "isFavorite = ?6, updatedAt = ?8, usageCount = ?9, lastUsedAt = ?10, sortIndex = ?11, "
+            "lastFillInValues = ?12, deletedAt = ?13, group_id = ?14 WHERE id = ?1");
+        bindSnippet(stmt, snippet, context_.crypto());
+        stmt.run();
         if (context_.db().changes() == 0) {
             throw notFound(snippet.id);
         }

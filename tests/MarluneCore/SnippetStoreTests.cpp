@@ -7,6 +7,8 @@
 #include "support/LibraryFixture.h"
 
 #include <gtest/gtest.h>
+#include <map>
+#include <tuple>
 
 #include <algorithm>
 
@@ -64,10 +66,24 @@ TEST(SnippetStore, UpdatedAtIsStampedOnChangesButNotOnUse) {
     SnippetStore store(library.context());
     auto s = store.create(snippetWith("A", ";a"), testNow());
     EXPECT_EQ(s.createdAt, testNow());
+    s.title = "B";
+    s.keyword = ";b";
     s.content = "changed";
+    s.contentType = SnippetContentType::richText;
+    s.isFavorite = true;
+    s.sortIndex = 9;
+    s.lastFillInValues = std::map<std::string, std::string>{{"name", "Ada"}};
+    s.createdAt = daysAfter(testNow(), 5); // not the store's to change
     store.update(s, daysAfter(testNow(), 1));
-    EXPECT_EQ(store.snippet(s.id)->updatedAt, daysAfter(testNow(), 1));
-    EXPECT_EQ(store.snippet(s.id)->createdAt, testNow());
+    const auto stored = store.snippet(s.id);
+    EXPECT_EQ(stored->updatedAt, daysAfter(testNow(), 1));
+    EXPECT_EQ(stored->createdAt, testNow());
+    // Every edited column lands in its own place.
+    EXPECT_EQ(std::tie(stored->title, stored->keyword, stored->content, stored->isFavorite,
+                       stored->sortIndex, stored->lastFillInValues),
+              std::tie(s.title, s.keyword, s.content, s.isFavorite, s.sortIndex,
+                       s.lastFillInValues));
+    EXPECT_EQ(stored->contentType, SnippetContentType::richText);
     store.recordUse(s.id, daysAfter(testNow(), 2));
     store.recordUse(s.id, daysAfter(testNow(), 3));
     const auto used = store.snippet(s.id);
