@@ -2,6 +2,7 @@
 if(TARGET marlune AND TARGET marlune-app)
   add_executable(CLIBench ${CMAKE_CURRENT_LIST_DIR}/CLIBench.cpp)
   target_link_libraries(CLIBench PRIVATE Marlune::CLIProtocol Marlune::BuildFlags)
+  target_include_directories(CLIBench PRIVATE ${PROJECT_SOURCE_DIR})
   add_dependencies(CLIBench marlune marlune-app)
 endif()
 
