@@ -34,24 +34,31 @@ std::size_t displayWidth(std::string_view text) {
     }));
 }
 
-std::string cell(std::string_view text) {
-    std::string flat;
+// Appends `text` flattened to one line, cut to the cell width with an ellipsis.
+void appendCell(std::string& out, std::string_view text) {
+    const std::size_t start = out.size();
     std::size_t width = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         const bool lead = (static_cast<unsigned char>(c) & 0xC0) != 0x80;
         if (lead && ++width > maxCellWidth) {
             // Drop the last character kept and end with an ellipsis.
-            while (!flat.empty() && (static_cast<unsigned char>(flat.back()) & 0xC0) == 0x80) {
-                flat.pop_back();
+            while (out.size() > start && (static_cast<unsigned char>(out.back()) & 0xC0) == 0x80) {
+                out.pop_back();
             }
-            if (!flat.empty()) {
-                flat.pop_back();
+            if (out.size() > start) {
+                out.pop_back();
             }
-            return flat + "…";
+            out += "…";
+            return;
         }
-        flat += (c == '\n' || c == '\r' || c == '\t') ? ' ' : c;
+        out += (c == '\n' || c == '\r' || c == '\t') ? ' ' : c;
     }
+}
+
+std::string cell(std::string_view text) {
+    std::string flat;
+    appendCell(flat, text);
     return flat;
 }
 
@@ -664,29 +671,37 @@ std::string boardLocalTime(const std::string& wire) {
     return text;
 }
 
-std::string boardItemLine(const BoardItemDTO& item) {
-    std::vector<std::string> marks;
+// One item's line, appended to `out`: its done mark, id, text and what else applies.
+void appendBoardItemLine(std::string& out, const BoardItemDTO& item) {
+    out += item.isDone ? "  [x] " : "  [ ] ";
+    out.append(item.id, 0, idPrefixLength);
+    out += "  ";
+    appendCell(out, item.text);
+    bool marked = false;
+    const auto mark = [&](std::string_view text) {
+        out += marked ? ", " : "  (";
+        marked = true;
+        out += text;
+    };
     if (item.pinned.value_or(false)) {
-        marks.push_back("pinned");
+        mark("pinned");
     }
     if (item.dueAt) {
-        marks.push_back("due " + boardLocalTime(*item.dueAt));
+        mark("due ");
+        out += boardLocalTime(*item.dueAt);
     }
     if (item.snoozedUntil) {
-        marks.push_back("snoozed until " + boardLocalTime(*item.snoozedUntil));
+        mark("snoozed until ");
+        out += boardLocalTime(*item.snoozedUntil);
     }
     if (!item.tags.empty()) {
-        marks.push_back("#" + joined(item.tags, " #"));
+        mark("#");
+        out += joined(item.tags, " #");
     }
     if (item.note) {
-        marks.push_back("note");
+        mark("note");
     }
-    std::string line = std::string("  ") + (item.isDone ? "[x] " : "[ ] ") + idPrefix(item.id) +
-                       "  " + cell(item.text);
-    if (!marks.empty()) {
-        line += "  (" + joined(marks, ", ") + ")";
-    }
-    return line + "\n";
+    out += marked ? ")\n" : "\n";
 }
 
 // Items grouped under their section's name, in the order the application sent them.
@@ -704,7 +719,7 @@ std::string boardItemList(const std::vector<BoardItemDTO>& items) {
             section = item.sectionID;
             first = false;
         }
-        out += boardItemLine(item);
+        appendBoardItemLine(out, item);
     }
     return out;
 }

@@ -60,7 +60,8 @@ private:
 
 // One key of a record, bound to its member. A record lists its keys, in wire order, in a
 // static `fields()` function; `std::optional` members are omitted when absent and read as
-// absent when missing or null. Keys a record does not list are ignored on reading.
+// absent when missing or null. Keys a record does not list are ignored on reading. Keys are
+// ASCII identifiers, written as they stand.
 template <class Record, class Member> struct CLIField {
     const char* key;
     Member Record::*member;
@@ -303,8 +304,10 @@ void writeField(std::string& out, bool& first, const Record& record,
         out += ',';
     }
     first = false;
-    cliJSONText::appendString(out, field.key);
-    out += ':';
+    // Keys are our own plain ASCII identifiers: nothing in them needs escaping.
+    out += '"';
+    out += field.key;
+    out += "\":";
     if constexpr (IsOptional<Member>::value) {
         writeWire(out, *member);
     } else {
@@ -322,7 +325,10 @@ template <class T> void writeWire(std::string& out, const T& value) {
                    T::fields());
         out += '}';
     } else if constexpr (std::is_same_v<T, CLIDate>) {
-        cliJSONText::appendString(out, CLIDateFormat::format(value));
+        // Digits and "-:TZ" only.
+        out += '"';
+        out += CLIDateFormat::format(value);
+        out += '"';
     } else if constexpr (std::is_same_v<T, CLIJSONValue>) {
         std::visit(
             [&](const auto& v) {

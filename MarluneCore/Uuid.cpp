@@ -55,16 +55,16 @@ std::optional<Uuid> Uuid::parse(std::string_view text) {
 
 std::string Uuid::string() const {
     static constexpr char hex[] = "0123456789ABCDEF";
-    std::string out;
-    out.reserve(36);
+    char text[36];
+    std::size_t at = 0;
     for (std::size_t i = 0; i < bytes_.size(); ++i) {
         if (i == 4 || i == 6 || i == 8 || i == 10) {
-            out.push_back('-');
+            text[at++] = '-';
         }
-        out.push_back(hex[bytes_[i] >> 4U]);
-        out.push_back(hex[bytes_[i] & 0x0fU]);
+        text[at++] = hex[bytes_[i] >> 4U];
+        text[at++] = hex[bytes_[i] & 0x0fU];
     }
-    return out;
+    return std::string(text, sizeof text);
 }
 
 bool Uuid::isNil() const {
