@@ -704,24 +704,46 @@ void appendBoardItemLine(std::string& out, const BoardItemDTO& item) {
     out += marked ? ")\n" : "\n";
 }
 
-// Items grouped under their section's name, in the order the application sent them.
-std::string boardItemList(const std::vector<BoardItemDTO>& items) {
-    if (items.empty()) {
-        return "Nothing here.\n";
-    }
-    std::string out;
-    std::string section;
-    bool first = true;
-    for (const auto& item : items) {
-        if (first || item.sectionID != section) {
-            out += (first ? "" : "\n") + (item.sectionName.empty() ? "History" : item.sectionName) +
-                   "\n";
-            section = item.sectionID;
-            first = false;
+// Items grouped under their section's name, in the order the application sent them, added
+// one at a time.
+class BoardItemListText {
+public:
+    void add(const BoardItemDTO& item) {
+        if (first_ || item.sectionID != section_) {
+            if (!first_) {
+                out_ += '\n';
+            }
+            out_ += item.sectionName.empty() ? "History" : item.sectionName;
+            out_ += '\n';
+            section_ = item.sectionID;
+            first_ = false;
         }
-        appendBoardItemLine(out, item);
+        appendBoardItemLine(out_, item);
     }
-    return out;
+    std::string text() && { return first_ ? std::string("Nothing here.\n") : std::move(out_); }
+
+private:
+    std::string out_;
+    std::string section_;
+    bool first_ = true;
+};
+
+std::string boardItemList(const std::vector<BoardItemDTO>& items) {
+    BoardItemListText list;
+    for (const auto& item : items) {
+        list.add(item);
+    }
+    return std::move(list).text();
+}
+
+// A listing is formatted as it is read, without holding all its items.
+std::variant<ToolOutput, CLIErrorPayload> boardListing(const CLIResponse& response, bool) {
+    BoardItemListText list;
+    if (auto error = decodeResultEach<BoardItemDTO>(
+            response, [&](const BoardItemDTO& item) { list.add(item); })) {
+        return std::move(*error);
+    }
+    return ToolOutput{std::move(list).text(), {}, 0};
 }
 
 std::string boardSectionList(const std::vector<BoardSectionDTO>& sections) {
@@ -918,7 +940,7 @@ const std::map<std::string_view, Renderer>& renderers() {
         // --- board renderers begin
         r["board.sections"] = render<std::vector<BoardSectionDTO>>(boardSectionList);
         r["board.use"] = render<BoardSectionDTO>(boardUse);
-        r["board.list"] = render<std::vector<BoardItemDTO>>(boardItemList);
+        r["board.list"] = boardListing;
         for (auto name : {"board.add", "board.note", "board.move", "board.merge"}) {
             r[name] = render<BoardItemDTO>(boardItemRecord);
         }

@@ -55,6 +55,13 @@ CLIRequest makeRequest(std::string_view command, const Args& args, std::string t
 
 // Tool side: the result record, or the error to report (the response's own, "Response had no
 // result payload.", or E_RUNTIME for a result that is not the expected record).
+inline CLIErrorPayload unreadableResult(const CLIRecordError& error) {
+    return CLIErrorPayload{std::string(CLIErrorCode::runtime),
+                           "The application's result could not be read: " +
+                               cliwire_detail::describeAs(error, "the result") + ".",
+                           std::nullopt};
+}
+
 template <class Result>
 std::variant<Result, CLIErrorPayload> decodeResult(const CLIResponse& response) {
     auto text = response.result();
@@ -64,10 +71,23 @@ std::variant<Result, CLIErrorPayload> decodeResult(const CLIResponse& response) 
     try {
         return decodeWireText<Result>(std::get<std::string_view>(text));
     } catch (const CLIRecordError& error) {
-        return CLIErrorPayload{std::string(CLIErrorCode::runtime),
-                               "The application's result could not be read: " +
-                                   cliwire_detail::describeAs(error, "the result") + ".",
-                               std::nullopt};
+        return unreadableResult(error);
+    }
+}
+
+// The same for a result that is an array of `Element`, handed to `each` one at a time; the
+// error, if any, comes back instead (what `each` saw is then to be disregarded).
+template <class Element, class Each>
+std::optional<CLIErrorPayload> decodeResultEach(const CLIResponse& response, const Each& each) {
+    auto text = response.result();
+    if (auto* error = std::get_if<CLIErrorPayload>(&text)) {
+        return std::move(*error);
+    }
+    try {
+        decodeWireTextEach<Element>(std::get<std::string_view>(text), each);
+        return std::nullopt;
+    } catch (const CLIRecordError& error) {
+        return unreadableResult(error);
     }
 }
 

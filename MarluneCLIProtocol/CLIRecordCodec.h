@@ -636,14 +636,15 @@ template <class T> std::string encodeWireText(const T& value, std::size_t expect
     return out;
 }
 
-// Throws CLIRecordError ("must be a JSON document" for text that does not parse, which wins
-// over any other failure; nesting deeper than cliMaxJSONDepth does not parse).
-template <class T> T decodeWireText(std::string_view text) {
+namespace cliwire_detail {
+
+// Runs `read` over a reader on `text`; a syntax error anywhere in the text becomes "must be a
+// JSON document", which wins over a failure of shape.
+template <class Read> void readDocument(std::string_view text, const Read& read) {
     const CLIRecordError notADocument({}, "must be a JSON document");
-    T value{};
     try {
         CLIJSONReader in(text, cliMaxJSONDepth);
-        cliwire_detail::readWire(in, value);
+        read(in);
         in.finish();
     } catch (const CLIJSONSyntaxError&) {
         throw notADocument;
@@ -657,7 +658,38 @@ template <class T> T decodeWireText(std::string_view text) {
         }
         throw;
     }
+}
+
+} // namespace cliwire_detail
+
+// Throws CLIRecordError ("must be a JSON document" for text that does not parse, which wins
+// over any other failure; nesting deeper than cliMaxJSONDepth does not parse).
+template <class T> T decodeWireText(std::string_view text) {
+    T value{};
+    cliwire_detail::readDocument(text, [&](CLIJSONReader& in) { cliwire_detail::readWire(in, value); });
     return value;
+}
+
+// A JSON array of T handed to `each` one element at a time, as it is read: a long listing is
+// never held whole. Fails as decodeWireText<std::vector<T>> does; elements handed over before
+// a failure are then to be disregarded.
+template <class T, class Each> void decodeWireTextEach(std::string_view text, const Each& each) {
+    cliwire_detail::readDocument(text, [&](CLIJSONReader& in) {
+        if (in.peek() != CLIJSONReader::Kind::array) {
+            throw CLIRecordError({}, "must be an array");
+        }
+        in.beginArray();
+        // One element is read over the last: a record's every member is read, reset when
+        // absent, or a failure, and its strings keep their room.
+        T element{};
+        for (std::size_t i = 0; in.nextElement(); ++i) {
+            if (auto failure = cliwire_detail::readGuarded(
+                    in, [&] { cliwire_detail::readWire(in, element); })) {
+                throw failure->within("[" + std::to_string(i) + "]");
+            }
+            each(std::as_const(element));
+        }
+    });
 }
 
 } // namespace marlune

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
+#include <vector>
 
 namespace marlune {
 namespace {
@@ -244,6 +245,49 @@ TEST(CLIJSONStreamTest, IndentsLikeTheOrderedDocument) {
     }
 }
 
+// What decoding one element at a time gives: the elements seen, or the failure.
+WireOutcome<std::vector<WireProbe>> decodeEach(std::string_view text) {
+    std::vector<WireProbe> seen;
+    try {
+        decodeWireTextEach<WireProbe>(text, [&](const WireProbe& probe) { seen.push_back(probe); });
+    } catch (const CLIRecordError& error) {
+        return std::string(error.what());
+    }
+    return seen;
+}
+
+std::string describeList(const WireOutcome<std::vector<WireProbe>>& outcome) {
+    if (const auto* failure = std::get_if<std::string>(&outcome)) {
+        return "failure: " + *failure;
+    }
+    return "records: " + testing::encodeThroughDocument(std::get<std::vector<WireProbe>>(outcome));
+}
+
+TEST(CLIJSONStreamTest, ElementsOneAtATimeReadLikeTheWholeArray) {
+    const std::string ok = withMinimal("");
+    const std::string full = withMinimal(R"("note":"n","inner":{"name":"i"})");
+    const std::string bad = R"({"text":1,"flag":true})";
+    const struct {
+        const char* name;
+        std::string text;
+    } cases[] = {
+        {"three elements", "[" + ok + "," + full + "," + ok + "]"},
+        {"an element's optional members do not leak into the next", "[" + full + "," + ok + "]"},
+        {"empty array", " [ ] "},
+        {"not an array", ok},
+        {"the second element fails", "[" + ok + "," + bad + "," + ok + "]"},
+        {"a later syntax error wins over a failing element", "[" + bad + "," + ok + ",tru]"},
+        {"unterminated after good elements", "[" + ok + "," + ok},
+        {"text after the array", "[" + ok + "] x"},
+        {"not JSON", "nope"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(describeList(decodeEach(c.text)),
+                  describeList(testing::decodeStreaming<std::vector<WireProbe>>(c.text)));
+    }
+}
+
 TEST(CLIJSONStreamTest, ABoardListingSurvivesTheRoundTrip) {
     std::vector<BoardItemDTO> items(300);
     for (std::size_t i = 0; i < items.size(); ++i) {
@@ -263,6 +307,9 @@ TEST(CLIJSONStreamTest, ABoardListingSurvivesTheRoundTrip) {
     const std::string text = encodeWireText(items);
     EXPECT_EQ(text, testing::encodeThroughDocument(items));
     EXPECT_EQ(decodeWireText<std::vector<BoardItemDTO>>(text), items);
+    std::vector<BoardItemDTO> oneByOne;
+    decodeWireTextEach<BoardItemDTO>(text, [&](const BoardItemDTO& item) { oneByOne.push_back(item); });
+    EXPECT_EQ(oneByOne, items);
     EXPECT_EQ(cliJSONText::indented(text, cliMaxJSONDepth, 2),
               testing::indentThroughDocument(text));
 }
