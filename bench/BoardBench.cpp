@@ -6,7 +6,6 @@
 
 #include "MarluneCLIProtocol/BoardRecords.h"
 #include "MarluneCLIProtocol/CLIArgs.h"
-#include "MarluneCLIProtocol/CLIWire.h"
 #include "bench/support/HeadlessApp.h"
 
 #include <cstdio>
@@ -49,10 +48,7 @@ int main(int argc, char** argv) {
             args.text =
                 "Board item number " + std::to_string(i) + ": follow up on the quarterly notes";
             const auto payload = marlune::makeRequest("board.add", args, token).encode();
-            addFailures +=
-                roundTrip(socketPath, std::get<std::string>(marlune::CLIWire::encodeFrame(payload)))
-                    ? 0
-                    : 1;
+            addFailures += roundTrip(socketPath, payload) ? 0 : 1;
         }
         std::printf("filled one section with %d items in %.1f s (%d failures)\n", items,
                     millis(Clock::now() - fillStart) / 1000.0, addFailures);

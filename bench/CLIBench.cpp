@@ -5,7 +5,6 @@
 // Usage: CLIBench <marlune-app> <marlune>   (starts its own headless app on a temporary library)
 
 #include "MarluneCLIProtocol/CLIArgs.h"
-#include "MarluneCLIProtocol/CLIWire.h"
 #include "MarluneCLIProtocol/CommonRecords.h"
 #include "bench/support/HeadlessApp.h"
 
@@ -37,7 +36,6 @@ int main(int argc, char** argv) {
         const std::string socketPath = headless.socketPath();
         const std::string& token = headless.token();
         const auto payload = marlune::makeRequest("ping", marlune::PingArgs{}, token).encode();
-        const std::string frame = std::get<std::string>(marlune::CLIWire::encodeFrame(payload));
 
         // 1. Whole-process `marlune ping`.
         int pingFailures = 0;
@@ -52,7 +50,7 @@ int main(int argc, char** argv) {
         int failures = 0;
         const auto seqStart = Clock::now();
         for (int i = 0; i < sequential; ++i) {
-            failures += roundTrip(socketPath, frame) ? 0 : 1;
+            failures += roundTrip(socketPath, payload) ? 0 : 1;
         }
         const double seqSeconds = millis(Clock::now() - seqStart) / 1000.0;
         std::printf("sequential: %d requests in %.2f s = %.0f requests/s, failures %d  "
@@ -72,7 +70,7 @@ int main(int argc, char** argv) {
                 for (int i = 0; i < perClient; ++i) {
                     // A full backlog refuses a connection; a client retries rather than losing it.
                     for (int attempt = 0; attempt < 100; ++attempt) {
-                        if (roundTrip(socketPath, frame)) {
+                        if (roundTrip(socketPath, payload)) {
                             ++answered;
                             break;
                         }

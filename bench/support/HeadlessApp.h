@@ -4,6 +4,7 @@
 
 #include "MarluneCLIProtocol/CLIResponse.h"
 #include "MarluneCLIProtocol/CLIToken.h"
+#include "MarluneCLIProtocol/CLIWire.h"
 
 #include <algorithm>
 #include <chrono>
@@ -12,6 +13,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -41,8 +43,9 @@ inline double percentile(std::vector<double> values, double p) {
     return values[static_cast<std::size_t>(p * static_cast<double>(values.size() - 1))];
 }
 
-// Sends one framed request on a new connection; true when the answer says ok.
-inline bool roundTrip(const std::string& socketPath, const std::string& frame) {
+// Sends one request payload on a new connection, framed as the tool frames it; true when
+// the answer says ok.
+inline bool roundTrip(const std::string& socketPath, std::string_view payload) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -51,29 +54,22 @@ inline bool roundTrip(const std::string& socketPath, const std::string& frame) {
         ::close(fd);
         return false;
     }
-    std::size_t sent = 0;
-    while (sent < frame.size()) {
-        const auto n = ::send(fd, frame.data() + sent, frame.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0) {
-            ::close(fd);
-            return false;
-        }
-        sent += static_cast<std::size_t>(n);
-    }
-    std::string answer;
-    char buffer[8192];
-    for (;;) {
-        const auto n = ::recv(fd, buffer, sizeof buffer, 0);
-        if (n <= 0) {
-            break;
-        }
-        answer.append(buffer, static_cast<std::size_t>(n));
-    }
+    const auto status = [](ssize_t n) {
+        return n > 0 ? CLIWireIO{CLIWireIO::Status::transferred, static_cast<std::size_t>(n)}
+                     : CLIWireIO{n == 0 ? CLIWireIO::Status::closed : CLIWireIO::Status::failed, 0};
+    };
+    const auto sent = CLIWire::writeFrame(
+        [&](std::span<const std::uint8_t> bytes) {
+            return status(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+        },
+        payload);
+    auto answer = sent ? std::variant<std::string, CLIWireError>(*sent)
+                       : CLIWire::readFrame([&](std::span<std::uint8_t> buffer) {
+                             return status(::recv(fd, buffer.data(), buffer.size(), 0));
+                         });
     ::close(fd);
-    if (answer.size() < 4) {
-        return false;
-    }
-    const auto response = CLIResponse::decode(std::string_view(answer).substr(4));
+    const auto* text = std::get_if<std::string>(&answer);
+    const auto response = text ? CLIResponse::decode(*text) : std::nullopt;
     return response && response->ok;
 }
 
