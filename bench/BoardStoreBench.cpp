@@ -14,6 +14,7 @@
 #include "MarluneCore/MarluneStore.h"
 #include "MarluneCore/Settings.h"
 #include "MarluneCore/SymmetricKey.h"
+#include "bench/support/StoreBench.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>
@@ -25,13 +26,10 @@ namespace marlune {
 namespace {
 
 namespace fs = std::filesystem;
+using bench::benchKey;
+using bench::benchRoot;
 
 constexpr std::int64_t sectionSize = 5'000;
-
-const SymmetricKey& benchKey() {
-    static const SymmetricKey key = SymmetricKey::random();
-    return key;
-}
 
 Date baseTime() {
     return fromStorage(1'790'000'000'000'000);
@@ -48,26 +46,6 @@ std::string itemText(std::int64_t i) {
     return "Board item " + number +
            ": follow up on the quarterly notes with the design team before Thursday's review "
            "meeting.";
-}
-
-struct BenchDirectory {
-    BenchDirectory() {
-        std::string pattern = (fs::temp_directory_path() / "marlune-boardbench.XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            std::abort();
-        }
-        path = pattern;
-    }
-    ~BenchDirectory() {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
-    }
-    fs::path path;
-};
-
-const fs::path& benchRoot() {
-    static const BenchDirectory directory;
-    return directory.path;
 }
 
 std::unique_ptr<ModelContainer> open(const fs::path& dir) {

@@ -9,6 +9,7 @@
 #include "MarluneCore/ClipStore.h"
 #include "MarluneCore/MarluneStore.h"
 #include "MarluneCore/SymmetricKey.h"
+#include "bench/support/StoreBench.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>
@@ -20,11 +21,8 @@ namespace marlune {
 namespace {
 
 namespace fs = std::filesystem;
-
-const SymmetricKey& benchKey() {
-    static const SymmetricKey key = SymmetricKey::random();
-    return key;
-}
+using bench::benchKey;
+using bench::benchRoot;
 
 Date baseTime() {
     return fromStorage(1'790'000'000'000'000);
@@ -46,27 +44,6 @@ NewClip clipNumber(std::int64_t i) {
     clip.representations.push_back(std::move(rep));
     clip.sourceAppBundleID = "org.example.Editor";
     return clip;
-}
-
-// Libraries live in a temporary directory removed when the program ends.
-struct BenchDirectory {
-    BenchDirectory() {
-        std::string pattern = (fs::temp_directory_path() / "marlune-bench.XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            std::abort();
-        }
-        path = pattern;
-    }
-    ~BenchDirectory() {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
-    }
-    fs::path path;
-};
-
-const fs::path& benchRoot() {
-    static const BenchDirectory directory;
-    return directory.path;
 }
 
 ClipStoreSettings roomySettings() {
