@@ -69,12 +69,9 @@ TypedExpansion::Decision TypedExpansion::decide(std::optional<std::string_view> 
     if (snippet == nullptr) {
         return None{};
     }
-    // Bytes added to the baseline may only merge into its last character (a combining mark
-    // typed after a letter): that is not a new character and the keyword has not been typed.
-    // Checked after the lookup because it is the only test that needs the break iterator.
-    if (Graphemes::count(*text) <= Graphemes::count(*baseline)) {
-        return None{};
-    }
+    // The key may have added no character of its own but completed the last one (a skin tone
+    // after an emoji, a joiner's second half, a combining accent): the keyword stands in full
+    // before the caret all the same, and is deleted as the characters the field shows.
     // A prefix glued to the previous character (";" with a combining mark) is not a prefix.
     std::size_t prefixAt = static_cast<std::size_t>(token.data() - text->data()) + at;
     if (!Graphemes::isBoundary(*text, prefixAt) ||

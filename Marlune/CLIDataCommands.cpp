@@ -52,6 +52,9 @@ DataImportResultDTO importData(const DataImportArgs& args, CLICall& call) {
             call.warn("W_DUPLICATE_KEYWORD",
                       LibraryPortability::ImportResult::keywordClashMessage(keyword));
         }
+        for (const auto& refused : result.refusedKeywords) {
+            call.warn("W_KEYWORD_REFUSED", refused);
+        }
         return LibraryPortability::resultDTO(result);
     } catch (const LibraryPortability::Error& error) {
         throw portabilityError(error);

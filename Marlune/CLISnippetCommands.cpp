@@ -1,3 +1,4 @@
+#include "ExpansionEngine/KeywordRules.h"
 #include "ExpansionEngine/SnippetBodyValidator.h"
 #include "ExpansionEngine/SnippetRenderer.h"
 #include "Marlune/CLIClipSupport.h"
@@ -44,15 +45,13 @@ bool isSpace(char c) {
 std::string keywordArg(std::string keyword, const std::string& prefix) {
     if (!prefix.empty() && keyword.starts_with(prefix)) {
         keyword.erase(0, prefix.size());
+        if (keyword.empty()) {
+            const auto refusal = KeywordRules::refusalForPrefixOnly(prefix);
+            throw CLIError(CLIErrorCode::validation, refusal.message, refusal.hint);
+        }
     }
-    if (std::any_of(keyword.begin(), keyword.end(), isSpace)) {
-        throw CLIError(CLIErrorCode::validation, "A keyword can't contain spaces.",
-                       "Typed text is split at spaces, so such a keyword would never expand.");
-    }
-    if (!prefix.empty() && keyword.find(prefix) != std::string::npos) {
-        throw CLIError(CLIErrorCode::validation,
-                       "A keyword can't contain the keyword prefix '" + prefix + "'.",
-                       "Typed text after a second prefix never expands; pick another keyword.");
+    if (const auto refusal = KeywordRules::check(keyword, prefix)) {
+        throw CLIError(CLIErrorCode::validation, refusal->message, refusal->hint);
     }
     return keyword;
 }

@@ -1,5 +1,6 @@
 #include "Marlune/LibraryPortability.h"
 
+#include "ExpansionEngine/KeywordRules.h"
 #include "Marlune/CLIRecordMapping.h"
 #include "Marlune/ConfigRegistry.h"
 #include "MarluneCLIProtocol/CLIDateFormat.h"
@@ -476,10 +477,19 @@ LibraryPortability::ImportResult LibraryPortability::apply(const DataDocumentDTO
             } else if (found->second) {
                 ++result.restoredSnippets;
             }
+            std::string keyword = s.dto->keyword;
+            const auto refusal = keyword == prefix ? std::optional(KeywordRules::refusalForPrefixOnly(prefix))
+                                                   : KeywordRules::check(keyword, prefix);
+            if (refusal) {
+                result.refusedKeywords.push_back("The keyword \"" + keyword + "\" of \"" +
+                                                 s.dto->title + "\" was left out: " +
+                                                 refusal->message);
+                keyword.clear();
+            }
             auto& stmt = isNew ? insert : update;
             stmt.bind(1, id)
                 .bind(2, s.dto->title)
-                .bind(3, s.dto->keyword)
+                .bind(3, keyword)
                 .bind(4, crypto.sealText(s.dto->content))
                 .bind(5, rawValue(s.contentType))
                 .bind(6, s.dto->isFavorite)

@@ -61,6 +61,9 @@ public:
         // Keywords that, after the import, belong to two or more live snippets (as typed,
         // prefix included), in order.
         std::vector<std::string> duplicateKeywords;
+        // Keywords that could never be typed, left out (the snippet imported without one):
+        // a sentence each, naming the snippet.
+        std::vector<std::string> refusedKeywords;
 
         // The one sentence about the keyword clashes, or nothing when there are none.
         std::optional<std::string> keywordClashMessage() const;
