@@ -2,10 +2,21 @@
 
 #include "ClipboardKit/PasteboardSnapshot.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
+#include <string>
+#include <variant>
 
 namespace marlune {
+
+// Why the user's clipboard could not be kept whole before a paste of ours.
+struct ClipboardSaveFailed {
+    std::string message;
+    friend bool operator==(const ClipboardSaveFailed&, const ClipboardSaveFailed&) = default;
+};
+using ClipboardSave = std::variant<PasteboardSnapshot, ClipboardSaveFailed>;
 
 // The CLIPBOARD selection as the services see it. The X11 implementation sits on Qt's
 // clipboard (it speaks TARGETS, INCR and MULTIPLE); tests use a recording fake.
@@ -18,10 +29,22 @@ public:
     // Every payload of every type on offer, each read bounded in size and time; types that are
     // not content (TARGETS, TIMESTAMP, MULTIPLE, SAVE_TARGETS) are left out.
     virtual PasteboardSnapshot snapshot() = 0;
-    // Takes ownership of the clipboard with exactly these payloads. Callers that write the
+    // Takes ownership of the clipboard with exactly these payloads; a text payload is offered
+    // under every target text clients ask for (UTF8_STRING, STRING, TEXT, text/plain,
+    // text/plain;charset=utf-8) that the snapshot does not name itself. An empty snapshot
+    // leaves the clipboard empty. Callers that write the
     // user's text (expansions, restores) add the concealed markers themselves, so no history,
     // ours or another's, records it.
     virtual void write(const PasteboardSnapshot& snapshot) = 0;
+    // The whole clipboard as its owner offers it, to be put back after a paste of ours: every
+    // target of any type (protocol targets aside), byte for byte, up to `kWholeSaveLimit` in
+    // all. An empty clipboard (no owner, or no targets) gives an empty snapshot, which
+    // `write` puts back as an empty clipboard.
+    static constexpr std::size_t kWholeSaveLimit = std::size_t{64} << 20;
+    virtual ClipboardSave saveWhole() = 0;
+    // The text of the PRIMARY selection (what is selected in the frontmost window), read with
+    // the bounds of a clipboard text read; nothing when no text is selected.
+    virtual std::optional<std::string> selectionText() = 0;
     // Called (on the main thread) after every change; the capture service ticks on it.
     virtual void setChangeHandler(std::function<void()> handler) = 0;
 };

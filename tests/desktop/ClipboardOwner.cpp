@@ -1,13 +1,19 @@
 // Takes the CLIPBOARD selection with the given targets and serves it until killed:
-//   ClipboardOwner [--repeat N --interval-ms M] TYPE=VALUE...
+//   ClipboardOwner [--repeat N --interval-ms M] [--freeze] [--from-file TYPE=PATH]...
+//                  TYPE=VALUE...
 // With --repeat, the clipboard is written N times, M milliseconds apart, each value followed
-// by " <i>" (1 to N), so the last write holds "VALUE N".
+// by " <i>" (1 to N), so the last write holds "VALUE N". --from-file takes a target's bytes
+// from a file (values too large for a command line). --freeze takes the selection and then
+// never answers a request, as a hung application does.
 #include <QClipboard>
+#include <QFile>
 #include <QGuiApplication>
 #include <QMimeData>
 #include <QTimer>
+#include <chrono>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -16,6 +22,7 @@ namespace {
 struct Options {
     int repeat = 1;
     int intervalMs = 0;
+    bool freeze = false;
     std::vector<std::pair<QString, QByteArray>> targets;
 };
 
@@ -26,6 +33,16 @@ bool parse(const QStringList& args, Options& options) {
             options.repeat = args[++i].toInt();
         } else if (arg == "--interval-ms" && i + 1 < args.size()) {
             options.intervalMs = args[++i].toInt();
+        } else if (arg == "--freeze") {
+            options.freeze = true;
+        } else if (arg == "--from-file" && i + 1 < args.size()) {
+            const QString& spec = args[++i];
+            const qsizetype eq = spec.indexOf('=');
+            QFile file(spec.mid(eq + 1));
+            if (eq <= 0 || !file.open(QIODevice::ReadOnly)) {
+                return false;
+            }
+            options.targets.emplace_back(spec.left(eq), file.readAll());
         } else if (const qsizetype eq = arg.indexOf('='); eq > 0) {
             options.targets.emplace_back(arg.left(eq), arg.mid(eq + 1).toUtf8());
         } else {
@@ -53,11 +70,18 @@ int main(int argc, char** argv) {
     QGuiApplication app(argc, argv);
     Options options;
     if (!parse(QGuiApplication::arguments(), options)) {
-        std::fprintf(stderr, "usage: ClipboardOwner [--repeat N --interval-ms M] TYPE=VALUE...\n");
+        std::fprintf(stderr, "usage: ClipboardOwner [--repeat N --interval-ms M] [--freeze] "
+                             "[--from-file TYPE=PATH]... TYPE=VALUE...\n");
         return 2;
     }
     int round = 1;
     write(options, round);
+    if (options.freeze) {
+        // Qt has told the server that we own the selection; its requests now go unanswered.
+        for (;;) {
+            std::this_thread::sleep_for(std::chrono::hours(1));
+        }
+    }
     QTimer timer;
     timer.setTimerType(Qt::PreciseTimer);
     timer.setInterval(options.intervalMs);

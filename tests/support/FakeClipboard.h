@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -24,6 +25,16 @@ public:
         ++snapshotReads;
         return contents;
     }
+
+    ClipboardSave saveWhole() override {
+        ++wholeSaves;
+        if (saveFailure) {
+            return ClipboardSaveFailed{*saveFailure};
+        }
+        return contents;
+    }
+
+    std::optional<std::string> selectionText() override { return selection; }
 
     void write(const PasteboardSnapshot& snapshot) override {
         writes.push_back(snapshot);
@@ -72,6 +83,11 @@ public:
     std::vector<PasteboardSnapshot> writes;
     std::int64_t count = 0;
     int snapshotReads = 0;
+    int wholeSaves = 0;
+    // Set to make `saveWhole` fail with this message.
+    std::optional<std::string> saveFailure;
+    // The PRIMARY selection's text.
+    std::optional<std::string> selection;
     int pulls = 0;
     std::function<void()> handler;
     // Whoever wants to know of pulls (the service, through its wiring) sets this.
