@@ -4,6 +4,7 @@
 #include "ClipboardKit/NewClipFromCapture.h"
 #include "ClipboardKit/SecretDetector.h"
 #include "Marlune/ClipboardCaptureService.h"
+#include "Marlune/WindowClassKind.h"
 #include "MarluneCore/CaptureRuleStore.h"
 #include "MarluneCore/Log.h"
 #include "MarluneCore/Settings.h"
@@ -17,13 +18,6 @@ namespace {
 
 constexpr Logger boardLog{"board"};
 constexpr std::uint32_t keysymC = 0x63;
-
-std::string lower(std::string_view text) {
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return out;
-}
 
 } // namespace
 
@@ -43,17 +37,22 @@ BoardCaptureService::~BoardCaptureService() {
     }
 }
 
-KeyChord BoardCaptureService::copyShortcut(std::string_view windowClass) {
-    // The same terminals whose paste shortcut carries Shift.
-    static constexpr std::array<std::string_view, 8> terminals{
-        "terminal", "kitty", "alacritty", "konsole", "tilix", "terminator", "wezterm", "foot"};
-    const std::string name = lower(windowClass);
+std::optional<KeyChord> BoardCaptureService::copyShortcut(std::string_view windowClass) {
     KeyChord chord;
     chord.keysym = keysymC;
     chord.modifiers.control = true;
-    chord.modifiers.shift = std::any_of(terminals.begin(), terminals.end(), [&](auto terminal) {
-        return name.find(terminal) != std::string::npos;
-    });
+    switch (windowClassKind(windowClass)) {
+    case WindowClassKind::xterm:
+        return std::nullopt;
+    case WindowClassKind::rxvtUnicode:
+        chord.modifiers.alt = true;
+        break;
+    case WindowClassKind::terminal:
+        chord.modifiers.shift = true;
+        break;
+    case WindowClassKind::ordinary:
+        break;
+    }
     return chord;
 }
 
@@ -140,8 +139,21 @@ void BoardCaptureService::postCopyWhenKeysAreUp() {
     source_ = services_.activeWindow.activeWindow();
     startCount_ = services_.clipboard.changeCount();
     startUptime_ = uptime_();
-    const auto posted = services_.injector.inject(keyinjection::PressChord{
-        copyShortcut(source_ ? std::string_view(source_->bundleIdentifier) : std::string_view())});
+    const auto copy =
+        copyShortcut(source_ ? std::string_view(source_->bundleIdentifier) : std::string_view());
+    if (!copy) {
+        // The selection itself is what such a window copies.
+        auto selected = services_.clipboard.selectionText();
+        if (!selected || selected->empty()) {
+            services_.toast.show("Nothing selected", "There was nothing to add.", "text.cursor");
+            finish();
+            return;
+        }
+        contentArrived(PasteboardSnapshot::fromItems(
+            {{{PasteboardSnapshot::Payload::fromText("text/plain;charset=utf-8", *selected)}}}));
+        return;
+    }
+    const auto posted = services_.injector.inject(keyinjection::PressChord{*copy});
     if (const auto* failed = std::get_if<InjectionFailed>(&posted)) {
         services_.toast.show("Nothing captured", failed->message, "eye.slash");
         finish();
@@ -154,7 +166,11 @@ void BoardCaptureService::poll() {
     if (services_.clipboard.changeCount() != startCount_) {
         services_.scheduler.cancel(*pollTask_);
         pollTask_.reset();
-        contentArrived();
+        const PasteboardSnapshot snapshot = services_.clipboard.snapshot();
+        if (clipboardConsumed) {
+            clipboardConsumed();
+        }
+        contentArrived(snapshot);
         return;
     }
     // Compared with a small tolerance: 14 polls of 0.05 s are 0.7 s, even in floating point.
@@ -166,19 +182,12 @@ void BoardCaptureService::poll() {
     }
 }
 
-void BoardCaptureService::contentArrived() {
+void BoardCaptureService::contentArrived(const PasteboardSnapshot& snapshot) {
     try {
         if (source_ && CaptureRuleStore(context_).isExcluded(source_->bundleIdentifier)) {
-            if (clipboardConsumed) {
-                clipboardConsumed();
-            }
             services_.toast.show("Nothing captured", std::nullopt, "eye.slash");
             finish();
             return;
-        }
-        const PasteboardSnapshot snapshot = services_.clipboard.snapshot();
-        if (clipboardConsumed) {
-            clipboardConsumed();
         }
         const CaptureDecision decision =
             CaptureGate::decide(snapshot, ClipboardCaptureService::secretPolicy(settings_));

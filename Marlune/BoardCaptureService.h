@@ -99,8 +99,9 @@ public:
     std::optional<DoubleTapDetector::Action> handleKeyEvent(const KeyboardEvent& event, Date now);
 
     // The window's copy shortcut: Ctrl+Shift+C in terminals (they keep Ctrl+C for
-    // interrupting), Ctrl+C elsewhere.
-    static KeyChord copyShortcut(std::string_view windowClass);
+    // interrupting the program in them), Ctrl+Alt+C in rxvt-unicode, Ctrl+C elsewhere; none
+    // for xterm, whose selection is read from PRIMARY instead.
+    static std::optional<KeyChord> copyShortcut(std::string_view windowClass);
     // The section a capture from `bundleID` lands in: the one remembered for it when
     // "board.sectionMemoryEnabled" is on, else the active section.
     static Pinboard pickSectionForClip(BoardStore& store, const Settings& settings,
@@ -125,7 +126,7 @@ public:
 private:
     void postCopyWhenKeysAreUp();
     void poll();
-    void contentArrived();
+    void contentArrived(const PasteboardSnapshot& snapshot);
     void store(const NewClip& content, const Pinboard& section, const BoardStore::Source& source);
     void finish();
     BoardStore makeStore();

@@ -20,6 +20,8 @@ namespace {
 constexpr std::string_view kTextType = "text/plain;charset=utf-8";
 constexpr std::string_view kKDEHint = "x-kde-passwordManagerHint";
 constexpr std::string_view kConcealedType = "org.nspasteboard.ConcealedType";
+// Per snippet, the last value its counter placeholder gave in an expansion that was inserted.
+constexpr std::string_view kCountersKey = "snippetCounters";
 
 void wipe(std::string& text) {
     volatile char* bytes = text.data();
@@ -79,6 +81,12 @@ std::optional<std::string> firstText(const PasteboardSnapshot& snapshot) {
     return std::nullopt;
 }
 
+bool isKeyEvent(const KeyboardEvent& event) {
+    return std::holds_alternative<keyboard::TextTyped>(event) ||
+           std::holds_alternative<keyboard::BackspacePressed>(event) ||
+           std::holds_alternative<keyboard::KeyPressed>(event);
+}
+
 bool endsWith(std::string_view text, std::string_view suffix) {
     return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
 }
@@ -112,7 +120,13 @@ ExpansionService::ExpansionService(Collaborators collaborators)
     : c_(std::move(collaborators)),
       locale_(c_.locale.empty() ? HostLocale::localeID() : c_.locale),
       timeZone_(c_.timeZone.empty() ? HostLocale::timeZoneID() : c_.timeZone) {
-    lookup_ = triggers_.lookup();
+    lookup_ = [this](std::string_view keyword) -> const ExpansionSnippet* {
+        const auto* found = triggers_.find(keyword);
+        if (found != nullptr) {
+            renderingSnippet_ = found->id;
+        }
+        return found;
+    };
     phraseBuffer_.reserve(kPhraseMaxBytes + 8);
     keystrokeContext_ = makeContext();
 }
@@ -125,7 +139,7 @@ ExpansionService::~ExpansionService() {
         c_.fillIn.dismiss();
     }
     for (auto* task : {&runTask_, &undoTeardownTask_, &clipboardRestoreTask_, &phraseResetTask_,
-                       &refreshTask_}) {
+                       &refreshTask_, &releaseTask_}) {
         if (*task) {
             c_.scheduler.cancel(**task);
         }
@@ -193,7 +207,14 @@ ExpansionContext ExpansionService::makeContext() {
         }
         return std::nullopt;
     };
-    context.nextCounter = [this] { return ++counter_; };
+    // Every counter mark of one expansion gives the same number, one past the last inserted
+    // one: a render is not a use (the fill-in form renders twice, an abandoned commit inserts
+    // nothing), so the counter advances only when the expansion is carried out.
+    context.nextCounter = [this] {
+        counterUsedBy_ = renderingSnippet_;
+        return counterValue(renderingSnippet_) + 1;
+    };
+    context.selection = [this] { return c_.clipboard.selectionText(); };
     context.randomInt = [this](std::int64_t low, std::int64_t high) {
         if (high < low) {
             std::swap(low, high);
@@ -209,6 +230,11 @@ std::string ExpansionService::snippetIDFor(std::string_view keyword) const {
 }
 
 void ExpansionService::handle(const KeyboardEvent& event) {
+    if (holding_ && isKeyEvent(event)) {
+        // It reached no window yet: the injector sends it on when the commit is done.
+        heldEvents_.push_back(event);
+        return;
+    }
     if (const auto* typed = std::get_if<keyboard::TextTyped>(&event)) {
         onText(*typed);
     } else if (const auto* backspace = std::get_if<keyboard::BackspacePressed>(&event)) {
@@ -262,7 +288,7 @@ void ExpansionService::onBackspace(const keyboard::BackspacePressed& pressed) {
         abort("keydown-during-verify");
         return;
     }
-    if (undoArmed_ && !pressed.modifiers.any()) {
+    if (undoArmed_ && !pressed.modifiers.any() && (!replayingHeld_ || lastHeldEvent_)) {
         undo();
         return;
     }
@@ -340,6 +366,11 @@ void ExpansionService::takeDecision(TypedExpansion::Decision decision) {
     if (typedToken == nullptr || buffer_.isSuppressed(*typedToken)) {
         return;
     }
+    // Keys typed during the last commit have already been sent on behind the keyword: only
+    // one that completes a keyword as the very last of them still stands before the caret.
+    if (replayingHeld_ && !lastHeldEvent_) {
+        return;
+    }
     // A password prompt or screen locker holds the keyboard: what is typed is a secret, or
     // goes nowhere visible.
     if (c_.grabProbe.keyboardGrabbedByAnotherClient()) {
@@ -347,6 +378,11 @@ void ExpansionService::takeDecision(TypedExpansion::Decision decision) {
         return;
     }
     if (auto* commit = std::get_if<TypedExpansion::Commit>(&decision)) {
+        // From here until the text and the caret are in place, what the user types on is held
+        // back; without that it would land between the keyword's deletion and the paste.
+        if (!holdKeys()) {
+            return;
+        }
         verifyAndCommit(std::move(*commit), kVerifyReads);
         return;
     }
@@ -362,6 +398,7 @@ void ExpansionService::verifyAndCommit(TypedExpansion::Commit commit, int readsL
     const auto field = readField();
     if (field && field->isPassword) {
         buffer_.clear();
+        releaseHeldKeys();
         return;
     }
     if (!field || !field->textBeforeCaret || endsWith(*field->textBeforeCaret, commit.typedToken)) {
@@ -372,11 +409,10 @@ void ExpansionService::verifyAndCommit(TypedExpansion::Commit commit, int readsL
     if (readsLeft <= 1) {
         // Our buffer and the field disagree (typing in another way, an input method, an edit
         // we did not see): deleting could eat text that is not the keyword.
-        buffer_.recordAbort("precaret-mismatch");
-        buffer_.clear();
+        abort("precaret-mismatch");
         return;
     }
-    // Any key now aborts, as during a commit: the keyword is no longer the last thing typed.
+    // Keys typed meanwhile are held; a click aborts, since the caret may have moved.
     pendingExpansion_ = true;
     runTask_ = c_.scheduler.after(kVerifyRetry, [this, commit = std::move(commit), readsLeft]() mutable {
         runTask_.reset();
@@ -438,6 +474,8 @@ void ExpansionService::fillInAnswered(const TypedExpansion::FillInRequest& reque
     auto context = makeContext();
     context.now = c_.clock();
     context.fillInValues = std::move(*answers);
+    renderingSnippet_ = snippetID;
+    counterUsedBy_.clear();
     // Without the field reader we trust that the form handed the focus back to the caret it
     // took it from, with the keyword still in front of it.
     std::optional<std::string> preCaret = request.typedToken;
@@ -462,12 +500,25 @@ void ExpansionService::beginCommit(const TypedExpansion::Commit& commit, std::st
                                    std::chrono::milliseconds leadIn) {
     Run run;
     run.purpose = Run::Purpose::expansion;
+    run.advancesCounter = !snippetID.empty() && counterUsedBy_ == snippetID;
+    counterUsedBy_.clear();
     run.snippetID = std::move(snippetID);
     run.keystrokesSaved = commit.keystrokesSaved;
     const auto window = c_.windows.activeWindow();
     run.expansion = {commit.text, commit.deleteCount > 0 ? commit.typedToken : std::string(),
                      commit.cursorBack, window ? window->pid : std::nullopt};
     const auto chord = pasteChordFor(window);
+    // The fill-in form's commit reaches here without a hold yet.
+    if (!holdKeys()) {
+        return;
+    }
+    // Saved before anything is deleted: a clipboard that cannot be put back whole is a reason
+    // not to expand at all.
+    if (chord && !saveUserClipboard()) {
+        buffer_.clear();
+        releaseHeldKeys();
+        return;
+    }
 
     auto pause = leadIn;
     for (const auto& step : commit.steps) {
@@ -513,7 +564,7 @@ ExpansionService::pasteChordFor(const std::optional<ActiveWindow>& window) const
 }
 
 std::optional<std::string> ExpansionService::paste(const PasteboardSnapshot& content) {
-    if (run_ || pendingExpansion_ || isFillInOpen_) {
+    if (run_ || pendingExpansion_ || isFillInOpen_ || holding_) {
         return "Marlune is in the middle of an expansion; try again in a moment.";
     }
     if (c_.grabProbe.keyboardGrabbedByAnotherClient()) {
@@ -525,6 +576,9 @@ std::optional<std::string> ExpansionService::paste(const PasteboardSnapshot& con
     Run run;
     run.purpose = Run::Purpose::paste;
     if (const auto chord = pasteChordFor(c_.windows.activeWindow())) {
+        if (!saveUserClipboard()) {
+            return "The clipboard could not be saved whole, so Marlune did not paste over it.";
+        }
         run.pasteContent = content;
         run.actions.push_back({Action::Kind::writeClipboard, {}, {}});
         run.actions.push_back(
@@ -547,29 +601,49 @@ std::optional<std::string> ExpansionService::paste(const PasteboardSnapshot& con
 void ExpansionService::startRun(Run run) {
     run_ = std::move(run);
     pendingExpansion_ = true;
-    waitForModifiers();
+    runNext();
 }
 
-void ExpansionService::waitForModifiers() {
-    // A modifier still held would turn a BackSpace or the paste into another shortcut.
-    if (!c_.injector.heldModifiers().any() && !c_.injector.keyHeld()) {
+bool ExpansionService::readyToInject() {
+    // Checked before every step, not once: the user typing on may press Shift or Control in
+    // the middle of a commit, and a modifier still held would turn a BackSpace or the paste
+    // into another shortcut.
+    const bool modifiers = c_.injector.heldModifiers().any();
+    bool keys = !modifiers && c_.injector.keyHeld();
+    if (keys && holding_ && run_->waitedForKeys >= kHeldKeyPatience) {
+        keys = false;
+    }
+    if (!modifiers && !keys) {
         isSynthesizing_ = true;
-        runNext();
-        return;
+        return true;
     }
     if (run_->waitedForModifiers >= kModifierPatience) {
         abort("modifiers-held");
-        return;
+        return false;
     }
     run_->waitedForModifiers += kModifierPoll;
+    if (keys) {
+        run_->waitedForKeys += kModifierPoll;
+    }
     runTask_ = c_.scheduler.after(kModifierPoll, [this] {
         runTask_.reset();
-        waitForModifiers();
+        runNext();
     });
+    return false;
 }
 
 void ExpansionService::runNext() {
     while (run_ && !run_->actions.empty()) {
+        if (run_->awaitingPull) {
+            runTask_ = c_.scheduler.after(kPullPatience, [this] {
+                runTask_.reset();
+                if (run_) {
+                    run_->awaitingPull = false;
+                }
+                runNext();
+            });
+            return;
+        }
         auto& next = run_->actions.front();
         if (next.delay.count() > 0) {
             const auto delay = std::exchange(next.delay, std::chrono::milliseconds(0));
@@ -577,6 +651,9 @@ void ExpansionService::runNext() {
                 runTask_.reset();
                 runNext();
             });
+            return;
+        }
+        if (next.kind == Action::Kind::inject && !readyToInject()) {
             return;
         }
         const Action action = std::move(next);
@@ -588,7 +665,7 @@ void ExpansionService::runNext() {
 void ExpansionService::perform(const Action& action) {
     switch (action.kind) {
     case Action::Kind::writeClipboard:
-        saveClipboardAndWrite(std::move(run_->pasteContent));
+        writeClipboard(std::move(run_->pasteContent));
         return;
     case Action::Kind::finish:
         finishRun();
@@ -602,9 +679,17 @@ void ExpansionService::perform(const Action& action) {
         abort("injection-failed");
         return;
     }
-    if (std::holds_alternative<keyinjection::PressChord>(action.step) && savedClipboard_) {
-        pastePressed_ = true;
-        scheduleRestore(kRestoreTimeout);
+    if (const auto* deleted = std::get_if<keyinjection::Backspaces>(&action.step)) {
+        run_->deleted += deleted->count;
+    } else if (std::holds_alternative<keyinjection::TypeText>(action.step)) {
+        run_->pasted = true;
+    } else if (std::holds_alternative<keyinjection::PressChord>(action.step)) {
+        run_->pasted = true;
+        run_->awaitingPull = true;
+        if (savedClipboard_) {
+            pastePressed_ = true;
+            scheduleRestore(kRestoreTimeout);
+        }
     }
 }
 
@@ -628,6 +713,7 @@ void ExpansionService::finishRun() {
             buffer_.appendKeyText(done.expansion.keyword);
             buffer_.suppress(done.expansion.keyword);
         }
+        releaseHeldKeys();
         return;
     }
 
@@ -645,11 +731,22 @@ void ExpansionService::finishRun() {
             logs::app.warning(std::string("Could not record a snippet's use: ") + error.what());
         }
     }
+    if (done.advancesCounter) {
+        advanceCounter(done.snippetID);
+    }
+    releaseHeldKeys();
 }
 
 void ExpansionService::abort(std::string_view reason) {
     const bool wasPaste = run_ && run_->purpose == Run::Purpose::paste;
+    putKeywordBack();
     buffer_.recordAbort(reason);
+    std::string counts;
+    for (const auto& [name, count] : buffer_.abortCounts()) {
+        counts += (counts.empty() ? "" : ", ") + name + " " + std::to_string(count);
+    }
+    logs::app.info("An expansion was abandoned (" + std::string(reason) +
+                   "); abandoned so far: " + counts + ".");
     if (runTask_) {
         c_.scheduler.cancel(*runTask_);
         runTask_.reset();
@@ -665,6 +762,93 @@ void ExpansionService::abort(std::string_view reason) {
     buffer_.clear();
     if (wasPaste && onPasteFinished) {
         onPasteFinished();
+    }
+    releaseHeldKeys();
+}
+
+void ExpansionService::putKeywordBack() {
+    if (!run_ || run_->purpose != Run::Purpose::expansion || run_->deleted == 0 || run_->pasted ||
+        run_->expansion.keyword.empty()) {
+        return;
+    }
+    // Typed with a modifier held, the keyword would become a string of shortcuts.
+    if (c_.injector.heldModifiers().any()) {
+        logs::app.warning("The keyword of an abandoned expansion could not be typed back: a "
+                          "modifier key was held.");
+        return;
+    }
+    const auto outcome = c_.injector.inject(keyinjection::TypeText{run_->expansion.keyword});
+    if (const auto* failed = std::get_if<InjectionFailed>(&outcome)) {
+        logs::app.warning("The keyword of an abandoned expansion could not be typed back: " +
+                          failed->message);
+    }
+}
+
+bool ExpansionService::holdKeys() {
+    if (holding_) {
+        return true;
+    }
+    if (!c_.injector.holdKeys()) {
+        buffer_.recordAbort("keys-not-held");
+        logs::app.info("An expansion was abandoned (keys-not-held): the keyboard could not be "
+                       "held for the moment of the commit, so nothing was deleted.");
+        buffer_.clear();
+        return false;
+    }
+    holding_ = true;
+    return true;
+}
+
+void ExpansionService::releaseHeldKeys() {
+    if (!holding_ || releaseTask_) {
+        return;
+    }
+    if (waitedForRelease_ < kHeldKeyPatience && c_.injector.heldKeyStillDown()) {
+        waitedForRelease_ += kReleasePoll;
+        releaseTask_ = c_.scheduler.after(kReleasePoll, [this] {
+            releaseTask_.reset();
+            releaseHeldKeys();
+        });
+        return;
+    }
+    waitedForRelease_ = {};
+    holding_ = false;
+    c_.injector.releaseKeys();
+    // They are in the window now, behind the inserted text: the typed buffer learns of them as
+    // if they had just been typed, and only the last may start another expansion.
+    auto held = std::move(heldEvents_);
+    heldEvents_.clear();
+    replayingHeld_ = true;
+    for (std::size_t i = 0; i < held.size(); ++i) {
+        lastHeldEvent_ = i + 1 == held.size();
+        handle(held[i]);
+    }
+    replayingHeld_ = false;
+    lastHeldEvent_ = false;
+}
+
+std::int64_t ExpansionService::counterValue(std::string_view snippetID) const {
+    if (snippetID.empty()) {
+        return 0;
+    }
+    const auto counters = c_.settings.dictionary(kCountersKey, nlohmann::json::object());
+    const auto found = counters.find(std::string(snippetID));
+    if (found == counters.end() || !found->is_number_integer()) {
+        return 0;
+    }
+    return found->get<std::int64_t>();
+}
+
+void ExpansionService::advanceCounter(std::string_view snippetID) {
+    auto counters = c_.settings.dictionary(kCountersKey, nlohmann::json::object());
+    if (!counters.is_object()) {
+        counters = nlohmann::json::object();
+    }
+    counters[std::string(snippetID)] = counterValue(snippetID) + 1;
+    try {
+        c_.settings.setDictionary(kCountersKey, counters);
+    } catch (const std::exception& error) {
+        logs::app.warning(std::string("Could not keep a snippet's counter: ") + error.what());
     }
 }
 
@@ -687,7 +871,8 @@ void ExpansionService::disarmUndo() {
 
 void ExpansionService::undo() {
     disarmUndo();
-    if (!lastExpansion_) {
+    if (!lastExpansion_ || !holdKeys()) {
+        lastExpansion_.reset();
         return;
     }
     const auto inserted = Graphemes::count(lastExpansion_->inserted);
@@ -725,12 +910,32 @@ void ExpansionService::undo() {
     startRun(std::move(run));
 }
 
-void ExpansionService::saveClipboardAndWrite(PasteboardSnapshot content) {
+bool ExpansionService::saveUserClipboard() {
     // A restore still pending from the expansion before means the clipboard holds our text,
-    // and the user's is the one already saved.
-    if (!savedClipboard_) {
-        savedClipboard_ = c_.clipboard.snapshot();
+    // and the user's is the one already saved: it goes back after this paste instead (or at
+    // once, should this commit be given up before it).
+    if (savedClipboard_) {
+        if (clipboardRestoreTask_) {
+            c_.scheduler.cancel(*clipboardRestoreTask_);
+            clipboardRestoreTask_.reset();
+        }
+        pastePressed_ = false;
+        return true;
     }
+    auto saved = c_.clipboard.saveWhole();
+    if (const auto* failed = std::get_if<ClipboardSaveFailed>(&saved)) {
+        buffer_.recordAbort("clipboard-not-saved");
+        logs::app.warning("Did not paste, so as not to lose the clipboard: " + failed->message);
+        return false;
+    }
+    savedClipboard_ = std::move(std::get<PasteboardSnapshot>(saved));
+    // Nothing of ours is on the clipboard yet: a commit given up now has nothing to put back.
+    ourWriteChangeCount_ = -1;
+    pastePressed_ = false;
+    return true;
+}
+
+void ExpansionService::writeClipboard(PasteboardSnapshot content) {
     if (clipboardRestoreTask_) {
         c_.scheduler.cancel(*clipboardRestoreTask_);
         clipboardRestoreTask_.reset();
@@ -743,6 +948,16 @@ void ExpansionService::saveClipboardAndWrite(PasteboardSnapshot content) {
 void ExpansionService::pastePulled() {
     if (savedClipboard_ && pastePressed_) {
         scheduleRestore(kRestoreAfterPull);
+    }
+    if (run_ && run_->awaitingPull) {
+        run_->awaitingPull = false;
+        if (runTask_) {
+            c_.scheduler.cancel(*runTask_);
+        }
+        runTask_ = c_.scheduler.after(kAfterPullSettle, [this] {
+            runTask_.reset();
+            runNext();
+        });
     }
 }
 
@@ -771,8 +986,8 @@ void ExpansionService::restoreClipboard() {
     if (c_.clipboard.changeCount() != ourWriteChangeCount_) {
         return;
     }
-    if (saved.items.empty()) {
-        c_.clipboard.write(saved);
+    if (saved.empty()) {
+        c_.clipboard.write(PasteboardSnapshot{});
         return;
     }
     c_.clipboard.write(concealed(std::move(saved)));

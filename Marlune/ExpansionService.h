@@ -93,6 +93,19 @@ public:
     // long before it gives up.
     static constexpr std::chrono::milliseconds kModifierPoll{25};
     static constexpr std::chrono::milliseconds kModifierPatience{2000};
+    // While the user's keys are held, a key of theirs that is down cannot reach the target,
+    // but one of ours with the same code would merge with it: a commit waits this long for it
+    // to come up (a key stroke rarely lasts longer) and then goes on.
+    static constexpr std::chrono::milliseconds kHeldKeyPatience{150};
+    // After the paste shortcut the held keys and the caret moves wait for the target to read
+    // our text (many targets insert it only when the answer arrives, after keys already
+    // queued), then this long for it to be inserted; a target that never reads it is given
+    // `kPullPatience`.
+    static constexpr std::chrono::milliseconds kAfterPullSettle{30};
+    static constexpr std::chrono::milliseconds kPullPatience{500};
+    // A key pressed during the hold and still down is waited for before the held keys are
+    // sent on, checking this often, for at most `kHeldKeyPatience`.
+    static constexpr std::chrono::milliseconds kReleasePoll{10};
     // A field that does not show the keyword yet may simply not have taken the last keys (we
     // see them as soon as it does): it is read again this often, this many times in all,
     // before the commit is given up.
@@ -176,6 +189,13 @@ private:
         std::int64_t keystrokesSaved = 0;
         PasteboardSnapshot pasteContent;
         std::chrono::milliseconds waitedForModifiers{0};
+        std::chrono::milliseconds waitedForKeys{0};
+        // What has reached the window so far: a commit abandoned after its deletions and
+        // before its paste puts the keyword back.
+        std::int64_t deleted = 0;
+        bool pasted = false;
+        bool awaitingPull = false;
+        bool advancesCounter = false;
     };
 
     void onText(const keyboard::TextTyped& typed);
@@ -193,8 +213,14 @@ private:
     void beginCommit(const TypedExpansion::Commit& commit, std::string snippetID,
                      std::chrono::milliseconds leadIn);
     void startRun(Run run);
-    void waitForModifiers();
+    bool readyToInject();
     void runNext();
+    bool holdKeys();
+    void releaseHeldKeys();
+    bool saveUserClipboard();
+    void putKeywordBack();
+    std::int64_t counterValue(std::string_view snippetID) const;
+    void advanceCounter(std::string_view snippetID);
     void perform(const Action& action);
     void finishRun();
     void abort(std::string_view reason);
@@ -202,7 +228,7 @@ private:
     void armUndo();
     void disarmUndo();
 
-    void saveClipboardAndWrite(PasteboardSnapshot content);
+    void writeClipboard(PasteboardSnapshot content);
     std::optional<KeyChord> pasteChordFor(const std::optional<ActiveWindow>& window) const;
     void scheduleRestore(std::chrono::milliseconds delay);
     void restoreClipboard();
@@ -238,6 +264,20 @@ private:
     bool undoArmed_ = false;
     std::optional<Scheduler::TaskID> undoTeardownTask_;
 
+    // The user's keys typed while a commit is under way: held back from the target window by
+    // the injector and replayed once the commit is done; here they are fed to the typed buffer
+    // afterwards, in the same order.
+    bool holding_ = false;
+    std::optional<Scheduler::TaskID> releaseTask_;
+    std::chrono::milliseconds waitedForRelease_{0};
+    std::vector<KeyboardEvent> heldEvents_;
+    bool replayingHeld_ = false;
+    bool lastHeldEvent_ = false;
+
+    // The snippet whose body is being rendered, and the one whose render asked for its counter.
+    std::string renderingSnippet_;
+    std::string counterUsedBy_;
+
     std::optional<PasteboardSnapshot> savedClipboard_;
     std::int64_t ourWriteChangeCount_ = -1;
     bool pastePressed_ = false;
@@ -255,7 +295,6 @@ private:
     std::optional<Scheduler::TaskID> refreshTask_;
 
     ExpansionStats stats_;
-    std::int64_t counter_ = 0;
     std::mt19937_64 random_{std::random_device{}()};
 };
 

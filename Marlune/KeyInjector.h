@@ -2,6 +2,7 @@
 
 #include "Marlune/KeyChord.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <variant>
@@ -73,6 +74,20 @@ public:
     // still down merges with it on the core keyboard (one press is taken as a repeat and
     // the user's release is lost), so commits wait for the keys to come up.
     virtual bool keyHeld() { return false; }
+
+    // Holds the user's keys back for the span of a commit. From `holdKeys()` until
+    // `releaseKeys()` no window receives the keys the user types, while the steps injected
+    // meanwhile still reach the focused window; `releaseKeys()` then sends the held keys on,
+    // in the order they were typed, each exactly once. False when the keyboard cannot be held
+    // (another client holds it): a commit must then delete nothing, since the keys typed on
+    // would land in the middle of it.
+    virtual bool holdKeys() { return false; }
+    // Returns how many key events were sent on.
+    virtual std::size_t releaseKeys() { return 0; }
+    // Whether a key the user pressed during the hold is still down. Sent on while still down,
+    // its press would meet the key already down (one keyboard for the typist and for us, or
+    // the core keyboard that merges them) and be dropped, so the release waits for it.
+    virtual bool heldKeyStillDown() { return false; }
 };
 
 } // namespace marlune

@@ -1,9 +1,9 @@
 #include "Platform/PasteShortcut.h"
 
+#include "Marlune/WindowClassKind.h"
 #include "Platform/KeyChordText.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <optional>
 
@@ -35,21 +35,16 @@ PasteMethod chord(bool shift, bool alt) {
 }
 
 PasteMethod defaultFor(std::string_view wmClass) {
-    const std::string lower = lowercase(wmClass);
-    if (lower == "xterm" || lower == "uxterm") {
+    switch (windowClassKind(wmClass)) {
+    case WindowClassKind::xterm:
         return PasteByTyping{};
-    }
-    if (lower.starts_with("urxvt")) {
+    case WindowClassKind::rxvtUnicode:
         return chord(false, true);
-    }
-    // Terminals take Ctrl+V for themselves (a literal next character), so they paste on
-    // Ctrl+Shift+V.
-    static constexpr std::array<std::string_view, 8> terminals{
-        "terminal", "kitty", "alacritty", "konsole", "tilix", "terminator", "wezterm", "foot"};
-    for (const std::string_view name : terminals) {
-        if (lower.find(name) != std::string::npos) {
-            return chord(true, false);
-        }
+    case WindowClassKind::terminal:
+        // Terminals take Ctrl+V for themselves (a literal next character).
+        return chord(true, false);
+    case WindowClassKind::ordinary:
+        break;
     }
     return chord(false, false);
 }

@@ -1,6 +1,8 @@
 #include "Platform/XTestKeyInjector.h"
 
 #include <array>
+#include <optional>
+#include <set>
 #include <cstdlib>
 #include <xcb/xcb.h>
 // xcb's XKB header names a field "explicit", which C++ reserves.
@@ -295,12 +297,120 @@ void XTestKeyInjector::tap(const KeyStroke& stroke) {
 }
 
 InjectionOutcome XTestKeyInjector::finish() {
-    xcb_flush(connection_.get());
+    xcb_connection_t* c = connection_.get();
+    std::optional<xcb_grab_keyboard_cookie_t> regrab;
+    if (holding_) {
+        regrab = xcb_grab_keyboard(c, 0, connection_.root(), XCB_CURRENT_TIME,
+                                   XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    }
+    xcb_flush(c);
     connection_.sync();
+    ungrabbed_ = false;
+    if (regrab) {
+        std::unique_ptr<xcb_grab_keyboard_reply_t, FreeDeleter> reply(
+            xcb_grab_keyboard_reply(c, *regrab, nullptr));
+        // Another client took the keyboard in between: the keys typed from now on go to the
+        // window directly, and those already held are still sent on at the release.
+        holding_ = reply != nullptr && reply->status == XCB_GRAB_STATUS_SUCCESS;
+    }
     if (connection_.broken()) {
         return InjectionFailed{"The connection to the X server was lost."};
     }
     return InjectionDone{};
+}
+
+bool XTestKeyInjector::grab() {
+    xcb_connection_t* c = connection_.get();
+    std::unique_ptr<xcb_grab_keyboard_reply_t, FreeDeleter> reply(xcb_grab_keyboard_reply(
+        c,
+        xcb_grab_keyboard(c, 0, connection_.root(), XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC,
+                          XCB_GRAB_MODE_ASYNC),
+        nullptr));
+    return reply != nullptr && reply->status == XCB_GRAB_STATUS_SUCCESS;
+}
+
+bool XTestKeyInjector::holdKeys() {
+    if (holding_) {
+        return true;
+    }
+    // Key events left from an earlier hold that were never sent on are not the user's now.
+    takeHeldEvents(held_);
+    held_.clear();
+    holding_ = grab();
+    return holding_;
+}
+
+void XTestKeyInjector::takeHeldEvents(std::vector<std::pair<std::uint8_t, bool>>& into) {
+    // Only key events come to this connection, and only while it holds the grab; anything else
+    // (a mapping notice after a spare key code was used) is dropped.
+    while (xcb_generic_event_t* event = xcb_poll_for_event(connection_.get())) {
+        const std::uint8_t type = event->response_type & 0x7f;
+        if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE) {
+            const auto* key = reinterpret_cast<const xcb_key_press_event_t*>(event);
+            into.emplace_back(key->detail, type == XCB_KEY_PRESS);
+        }
+        std::free(event);
+    }
+}
+
+bool XTestKeyInjector::heldKeyStillDown() {
+    if (!holding_) {
+        return false;
+    }
+    connection_.sync();
+    takeHeldEvents(held_);
+    std::set<std::uint8_t> down;
+    for (const auto& [keycode, press] : held_) {
+        if (press) {
+            down.insert(keycode);
+        } else {
+            down.erase(keycode);
+        }
+    }
+    return !down.empty();
+}
+
+std::size_t XTestKeyInjector::releaseKeys() {
+    if (!holding_) {
+        return 0;
+    }
+    holding_ = false;
+    xcb_connection_t* c = connection_.get();
+    // What came before this round trip is sent on in the same batch as the ungrab, so that a
+    // key typed just after it cannot overtake them; what arrived while the batch was on its
+    // way follows at once.
+    std::vector<std::pair<std::uint8_t, bool>> held = std::move(held_);
+    held_.clear();
+    connection_.sync();
+    takeHeldEvents(held);
+    xcb_ungrab_keyboard(c, XCB_CURRENT_TIME);
+    std::size_t sentOn = 0;
+    std::set<std::uint8_t> down;
+    const auto sendOn = [&](std::size_t from) {
+        for (std::size_t i = from; i < held.size(); ++i) {
+            const auto [keycode, press] = held[i];
+            if (!press && down.erase(keycode) == 0) {
+                continue; // its press reached the window before the hold
+            }
+            if (press) {
+                down.insert(keycode);
+            }
+            send(keycode, press);
+            ++sentOn;
+        }
+    };
+    sendOn(0);
+    const std::size_t first = held.size();
+    connection_.sync();
+    takeHeldEvents(held);
+    sendOn(first);
+    // A key still down at the end would stay down on the XTest keyboard (and repeat) once the
+    // user lets go of the real one: its release goes with it.
+    for (const std::uint8_t keycode : down) {
+        send(keycode, false);
+    }
+    xcb_flush(c);
+    return sentOn;
 }
 
 InjectionOutcome XTestKeyInjector::repeat(std::uint32_t keysym, std::int64_t count) {
@@ -353,7 +463,13 @@ InjectionOutcome XTestKeyInjector::inject(const KeyInjection& step) {
     if (!loadKeymap()) {
         return InjectionFailed{"The keyboard layout could not be read from the X server."};
     }
-    return std::visit(
+    if (holding_) {
+        // Sent in the same batch as the events of the step and the grab taken again in
+        // `finish`.
+        xcb_ungrab_keyboard(connection_.get(), XCB_CURRENT_TIME);
+        ungrabbed_ = true;
+    }
+    auto outcome = std::visit(
         [this](const auto& s) -> InjectionOutcome {
             using Step = std::decay_t<decltype(s)>;
             if constexpr (std::is_same_v<Step, keyinjection::Backspaces>) {
@@ -369,6 +485,12 @@ InjectionOutcome XTestKeyInjector::inject(const KeyInjection& step) {
             }
         },
         step);
+    if (ungrabbed_) {
+        // A step that failed before sending anything did not reach `finish`.
+        ungrabbed_ = false;
+        holding_ = grab();
+    }
+    return outcome;
 }
 
 } // namespace marlune

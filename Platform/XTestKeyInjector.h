@@ -19,6 +19,14 @@ namespace marlune {
 // the keys of the layout in use at that moment. Each event sent is written to the shared
 // InjectionLedger first, so that the keyboard watcher knows it for ours.
 //
+// Holding keys is an active grab of the keyboard on this connection: the user's key events
+// come to us instead of the focused window, in the order typed, and are sent on through XTest
+// when the hold ends. XTest events are subject to the grab like any other, so each step lets
+// go of the grab, sends its events and takes the grab again in one batch of requests; the
+// server handles a client's requests in order and delivers the injected events before it
+// reads the next request, so ours reach the window and the user's stay with us, but for a
+// key that arrives in the few microseconds the batch takes.
+//
 // A character that no key of the layout types is put on a spare key code for the moment it
 // is typed, and the spare key codes are cleared again at the end of the step. A client that
 // reads its events only after that would see nothing for those characters; the xterm path that
@@ -35,6 +43,9 @@ public:
     InjectionOutcome inject(const KeyInjection& step) override;
     KeyModifiers heldModifiers() override;
     bool keyHeld() override;
+    bool holdKeys() override;
+    std::size_t releaseKeys() override;
+    bool heldKeyStillDown() override;
 
 private:
     struct KeyStroke {
@@ -55,6 +66,8 @@ private:
     InjectionOutcome chord(const KeyChord& chord);
     InjectionOutcome type(std::string_view text);
     InjectionOutcome finish();
+    bool grab();
+    void takeHeldEvents(std::vector<std::pair<std::uint8_t, bool>>& into);
 
     X11Connection connection_;
     std::shared_ptr<InjectionLedger> ledger_;
@@ -63,6 +76,10 @@ private:
     xkb_state* state_ = nullptr;
     std::vector<std::uint32_t> spareKeycodes_;
     std::vector<std::uint32_t> sparesInUse_;
+    bool holding_ = false;
+    bool ungrabbed_ = false;
+    // The user's key events that came to us during the hold, in order.
+    std::vector<std::pair<std::uint8_t, bool>> held_;
 };
 
 } // namespace marlune

@@ -14,6 +14,8 @@ packages=(
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   xvfb xdotool xclip dbus dbus-x11 gnome-keyring libsecret-tools
+  # real applications the desktop tests type into: GTK, Tk and terminals
+  zenity python3-tk xterm rxvt-unicode lxterminal
   # tools the scripts use
   python3 procps
 )

@@ -75,6 +75,26 @@ TEST_F(BoardCaptureTest, CapturesTheSelectionThenAnswersAlreadyOnForTheSameText)
     EXPECT_EQ(store.items(store.activeSection(testNow()), testNow()).size(), 1U);
 }
 
+TEST_F(BoardCaptureTest, XtermSelectionIsReadFromPrimaryWithoutAKeyThatInterruptsTheShell) {
+    window.window = ActiveWindow{"XTerm", "bash", 43};
+    clipboard.selection = "make check";
+    clipboard.setText("what the clipboard held");
+    ASSERT_TRUE(service.capture());
+    scheduler.advance(100);
+    EXPECT_TRUE(injector.steps.empty());
+    EXPECT_EQ(lastToast(), "Captured");
+    BoardStore store(library.context(), settings);
+    const auto items = store.items(store.activeSection(testNow()), testNow());
+    ASSERT_EQ(items.size(), 1U);
+    EXPECT_EQ(items[0].text, "make check");
+
+    clipboard.selection.reset();
+    service.capture();
+    scheduler.advance(100);
+    EXPECT_EQ(lastToast(), "Nothing selected");
+    EXPECT_TRUE(injector.steps.empty());
+}
+
 TEST_F(BoardCaptureTest, NothingSelectedAfterSevenTenthsOfASecond) {
     service.capture();
     scheduler.advance(650);
@@ -111,10 +131,18 @@ TEST_F(BoardCaptureTest, SecretsAndConcealedCopiesAreNotStored) {
     EXPECT_EQ(ClipStore(library.context(), {}).liveCount(), 0);
 }
 
-TEST_F(BoardCaptureTest, TerminalsGetShiftAndSectionMemoryPicksTheRememberedSection) {
-    EXPECT_TRUE(BoardCaptureService::copyShortcut("Gnome-terminal").modifiers.shift);
-    EXPECT_TRUE(BoardCaptureService::copyShortcut("kitty").modifiers.shift);
-    EXPECT_FALSE(BoardCaptureService::copyShortcut("firefox").modifiers.shift);
+TEST_F(BoardCaptureTest, TerminalsKeepCtrlCAndSectionMemoryPicksTheRememberedSection) {
+    // A Ctrl+C posted to a terminal interrupts the program running in it.
+    const KeyChord ctrlC{{false, true, false, false}, 0x63};
+    const KeyChord ctrlShiftC{{true, true, false, false}, 0x63};
+    const KeyChord ctrlAltC{{false, true, true, false}, 0x63};
+    const std::vector<std::pair<std::string, std::optional<KeyChord>>> cases{
+        {"Gnome-terminal", ctrlShiftC}, {"kitty", ctrlShiftC}, {"URxvt", ctrlAltC},
+        {"XTerm", std::nullopt},        {"UXTerm", std::nullopt}, {"firefox", ctrlC},
+        {"", ctrlC}};
+    for (const auto& [windowClass, chord] : cases) {
+        EXPECT_EQ(BoardCaptureService::copyShortcut(windowClass), chord) << windowClass;
+    }
 
     BoardStore store(library.context(), settings);
     store.activeSection(testNow());

@@ -177,16 +177,44 @@ TEST_F(ExpansionServiceTest, KeywordExpandsWithTheStepsAtTheirDelays) {
     EXPECT_TRUE(service().bufferText().empty());
 }
 
-TEST_F(ExpansionServiceTest, CaretWalksBackToTheCursorMarkAfterThePaste) {
+TEST_F(ExpansionServiceTest, CaretAndHeldKeysWaitUntilTheTargetHasReadThePaste) {
+    // Targets that read the clipboard asynchronously insert the text only when the answer
+    // arrives, after any key already queued: the caret moves and the held keys wait for it.
     addSnippet("addr", "Dear {@cursor@},");
-    type(";addr");
-    scheduler.advance(1000);
-    const std::vector<TimedStep> expected{
-        {0, keyinjection::Backspaces{5}},
-        {125, keyinjection::PressChord{kCtrlV}},
-        {160, keyinjection::CaretLeft{1}},
+    struct Case {
+        const char* name;
+        std::optional<std::int64_t> pullAfter; // ms after the paste shortcut
+        std::int64_t caretAt;
     };
-    EXPECT_EQ(injector.timed, expected);
+    const Case cases[] = {
+        {"target reads at once", 5, 125 + 5 + 30 + 35},
+        {"target reads late", 300, 125 + 300 + 30 + 35},
+        {"target never reads", std::nullopt, 125 + 500 + 35},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        service_.reset();
+        scheduler = ManualScheduler();
+        injector.timed.clear();
+        injector.steps.clear();
+        injector.releasedAt.clear();
+        type(";addr");
+        watcher.type(" x"); // typed on at once: held
+        scheduler.advance(125 + c.pullAfter.value_or(0));
+        if (c.pullAfter) {
+            clipboard.simulatePull();
+        }
+        scheduler.advance(1000);
+        const std::vector<TimedStep> expected{
+            {0, keyinjection::Backspaces{5}},
+            {125, keyinjection::PressChord{kCtrlV}},
+            {c.caretAt, keyinjection::CaretLeft{1}},
+        };
+        EXPECT_EQ(injector.timed, expected);
+        EXPECT_EQ(injector.releasedAt, std::vector<std::size_t>{3}) << "after the last step";
+        EXPECT_EQ(service().bufferText(), " x");
+        EXPECT_FALSE(service().lastAbortReason());
+    }
 }
 
 TEST_F(ExpansionServiceTest, OurClipboardWritesCarryBothConcealedMarkers) {
@@ -293,6 +321,10 @@ TEST_F(ExpansionServiceTest, PastingContentGoesThroughTheClipboardOrIsTypedAndRe
         int finished = 0;
         service().onPasteFinished = [&] { ++finished; };
         EXPECT_EQ(service().paste(c.content), c.refusal);
+        scheduler.advance(40);
+        if (!c.refusal) {
+            clipboard.simulatePull();
+        }
         scheduler.advance(100);
         EXPECT_EQ(steps(), c.steps);
         if (c.refusal) {
@@ -428,27 +460,83 @@ TEST_F(ExpansionServiceTest, ClicksFocusChangesAndLocksForgetTheTyping) {
     EXPECT_TRUE(injector.steps.empty());
 }
 
-TEST_F(ExpansionServiceTest, RealKeyDuringACommitAbortsIt) {
+TEST_F(ExpansionServiceTest, KeysTypedDuringACommitAreHeldAndOnlyTheLastMayExpandAgain) {
+    addSnippet("addr", "12 Harbour Road");
+    struct Case {
+        const char* name;
+        std::vector<std::string> typedOn; // during the first commit
+        std::string buffer;               // the typed buffer afterwards
+        bool secondExpansion;
+    };
+    const Case cases[] = {
+        {"words after the keyword", {" ", "b", "e", "l"}, " bel", false},
+        {"a keyword completed by the last held key", {" ", ";", "a", "d", "d", "r"}, "", true},
+        {"a keyword completed earlier is only text now", {";", "s", "i", "g", " "}, ";sig ",
+         false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        service_.reset();
+        scheduler = ManualScheduler();
+        injector.steps.clear();
+        injector.releasedAt.clear();
+        injector.holds = 0;
+        type(";sig");
+        for (const auto& key : c.typedOn) {
+            watcher.type(key);
+        }
+        EXPECT_TRUE(injector.holding);
+        scheduler.advance(125);
+        clipboard.simulatePull();
+        scheduler.advance(100);
+        EXPECT_EQ(injector.releasedAt.front(), 2U) << "behind the BackSpaces and the paste";
+        EXPECT_TRUE(service().lastExpansion());
+        EXPECT_EQ(service().pendingExpansion(), c.secondExpansion);
+        EXPECT_EQ(injector.holds, c.secondExpansion ? 2 : 1);
+        EXPECT_EQ(service().bufferText(), c.buffer);
+        EXPECT_TRUE(service().abortCounts().empty());
+    }
+}
+
+TEST_F(ExpansionServiceTest, WithoutTheKeyboardHeldNothingIsDeleted) {
+    injector.refuseHold = true;
     clipboard.setText("mine");
-    type(";sig");
-    scheduler.advance(50);
-    watcher.type("x");
-    EXPECT_FALSE(service().pendingExpansion());
-    EXPECT_EQ(service().lastAbortReason(), "keydown-during-verify");
-    EXPECT_EQ(service().abortCounts().at("keydown-during-verify"), 1);
+    type("x ;sig");
     scheduler.advance(2000);
-    EXPECT_EQ(injector.steps.size(), 1U) << "the paste must not follow";
+    EXPECT_TRUE(injector.steps.empty());
+    EXPECT_EQ(service().abortCounts().at("keys-not-held"), 1);
     EXPECT_EQ(clipboard.text(), "mine");
     EXPECT_FALSE(service().lastExpansion());
 }
 
-TEST_F(ExpansionServiceTest, AbortBetweenClipboardWriteAndPasteRestoresAtOnce) {
+TEST_F(ExpansionServiceTest, CommitAbandonedAfterItsDeletionsTypesTheKeywordBack) {
     clipboard.setText("mine");
-    type(";sig");
-    scheduler.advance(110);
-    watcher.backspace();
+    injector.failIf = [](const KeyInjection& step) {
+        return std::holds_alternative<keyinjection::PressChord>(step);
+    };
+    type("see ;sig");
+    watcher.type(" b");
+    scheduler.advance(2000);
+    const std::vector<KeyInjection> expected{keyinjection::Backspaces{4},
+                                             keyinjection::TypeText{";sig"}};
+    EXPECT_EQ(steps(), expected);
+    EXPECT_EQ(injector.releasedAt, std::vector<std::size_t>{2}) << "the held keys after it";
+    EXPECT_EQ(service().abortCounts().at("injection-failed"), 1);
+    // Our text went onto the clipboard but was never pasted: the user's is back at once.
     EXPECT_EQ(clipboard.text(), "mine");
-    EXPECT_EQ(service().abortCounts().at("keydown-during-verify"), 1);
+}
+
+TEST_F(ExpansionServiceTest, ClipboardThatCannotBeSavedWholeIsNotPastedOver) {
+    clipboard.setText("mine");
+    clipboard.saveFailure = "The clipboard holds more than 64 MiB.";
+    type(";sig");
+    scheduler.advance(2000);
+    EXPECT_TRUE(injector.steps.empty()) << "nothing deleted";
+    EXPECT_EQ(service().abortCounts().at("clipboard-not-saved"), 1);
+    EXPECT_TRUE(clipboard.writes.empty());
+    EXPECT_FALSE(injector.holding) << "the held keys went on";
+    EXPECT_EQ(service().paste(clipboard.contents),
+              "The clipboard could not be saved whole, so Marlune did not paste over it.");
 }
 
 struct VerifyCase {
@@ -482,7 +570,7 @@ TEST_F(ExpansionServiceTest, FieldThatLagsIsReadAgainAndOneThatDisagreesAbandons
          true, 1, std::nullopt},
         {"the active window's own field disagrees", {FocusedField{false, "x", 4242}}, nullptr,
          false, 4, "precaret-mismatch"},
-        {"a key while reading again", {lags, agrees}, key, false, 1, "keydown-during-verify"},
+        {"a key while reading again is held", {lags, agrees}, key, true, 2, std::nullopt},
         {"a click while reading again", {lags, agrees}, click, false, 1,
          "focus-moved-during-verify"},
     };
@@ -569,7 +657,8 @@ TEST_F(ExpansionServiceTest, BackspaceAfterOtherTypingOrTheUndoWindowIsAnOrdinar
     watcher.backspace();
     scheduler.advance(4000);
     type(" ;sig");
-    scheduler.advance(500 + ExpansionService::kUndoWindow.count());
+    scheduler.advance(ExpansionService::kPullPatience.count() + 500 +
+                      ExpansionService::kUndoWindow.count());
     watcher.backspace();
     scheduler.advance(1000);
     EXPECT_EQ(injector.steps.size(), 4U) << "two expansions, no undo";
@@ -607,6 +696,55 @@ TEST_F(ExpansionServiceTest, KeywordPrefixComesFromTheSettings) {
     EXPECT_FALSE(service().pendingExpansion());
     watcher.type(" !sig");
     EXPECT_TRUE(service().pendingExpansion());
+}
+
+// What the expansion put on the clipboard to paste, or empty when nothing was pasted.
+std::string pastedText(const FakeClipboard& clipboard) {
+    for (const auto& write : clipboard.writes) {
+        for (const auto& item : write.items) {
+            for (const auto& p : item.payloads) {
+                if (p.type == "text/plain;charset=utf-8") {
+                    return std::string(p.data.begin(), p.data.end());
+                }
+            }
+        }
+    }
+    return {};
+}
+
+TEST_F(ExpansionServiceTest, CounterAdvancesOncePerInsertedExpansionOfItsOwnSnippet) {
+    addSnippet("inv", "Invoice {@counter@}-{@counter@}");
+    addSnippet("tkt", "Ticket {@counter@}");
+    addSnippet("form", "{@text|name=Who@} #{@counter@}");
+    const auto expand = [&](const std::string& typed) {
+        clipboard.writes.clear();
+        type(" " + typed);
+        if (fillIn.isOpen()) {
+            fillIn.answer({{"Who", "Ann"}});
+        }
+        scheduler.advance(150);
+        clipboard.simulatePull();
+        scheduler.advance(1000);
+        return pastedText(clipboard);
+    };
+    EXPECT_EQ(expand(";inv"), "Invoice 1-1");
+    EXPECT_EQ(expand(";inv"), "Invoice 2-2");
+    EXPECT_EQ(expand(";tkt"), "Ticket 1") << "each snippet counts its own";
+    EXPECT_EQ(expand(";form"), "Ann #1") << "the form renders twice, the counter moves once";
+    injector.refuseHold = true;
+    EXPECT_EQ(expand(";inv"), "") << "abandoned";
+    injector.refuseHold = false;
+    service_.reset(); // a new launch
+    EXPECT_EQ(expand(";inv"), "Invoice 3-3");
+    EXPECT_EQ(expand(";form"), "Ann #2");
+}
+
+TEST_F(ExpansionServiceTest, SelectionPlaceholderIsTheSelectedText) {
+    addSnippet("q", "“{@selection@}”");
+    clipboard.selection = "to be quoted";
+    type(";q");
+    scheduler.advance(1000);
+    EXPECT_EQ(pastedText(clipboard), "“to be quoted”");
 }
 
 TEST_F(ExpansionServiceTest, FillInFormAnswersAreCommittedAndRemembered) {

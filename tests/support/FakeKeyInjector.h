@@ -2,6 +2,7 @@
 
 #include "Marlune/KeyInjector.h"
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -16,6 +17,9 @@ public:
         if (failWith) {
             return InjectionFailed{*failWith};
         }
+        if (failIf && failIf(step)) {
+            return InjectionFailed{"The key press was refused."};
+        }
         steps.push_back(step);
         return InjectionDone{};
     }
@@ -28,7 +32,31 @@ public:
         return held;
     }
 
+    bool holdKeys() override {
+        ++holds;
+        if (refuseHold) {
+            return false;
+        }
+        holding = true;
+        return true;
+    }
+
+    std::size_t releaseKeys() override {
+        ++releases;
+        holding = false;
+        // Where in the record of steps the held keys went on.
+        releasedAt.push_back(steps.size());
+        return 0;
+    }
+
     std::vector<KeyInjection> steps;
+    // Fails just the steps it picks.
+    std::function<bool(const KeyInjection&)> failIf;
+    bool refuseHold = false;
+    bool holding = false;
+    int holds = 0;
+    int releases = 0;
+    std::vector<std::size_t> releasedAt;
     std::optional<std::string> failWith;
     KeyModifiers held;
     int releaseAfterQueries = 0;
