@@ -265,6 +265,35 @@ TEST_F(DesktopTyping, TypingOnAfterAKeywordKeepsEveryKeyInEveryToolkitAndTheClip
     EXPECT_EQ(app->log().find("keys-not-held"), std::string::npos) << app->log();
 }
 
+TEST_F(DesktopTyping, CommandLineCopiesAreReadableAsEveryClassicTextTarget) {
+    // Tk, xclip, rxvt-unicode and Emacs ask for UTF8_STRING, STRING or TEXT, never for a MIME
+    // type.
+    copyWithXclip("UTF8_STRING", "Copied once in another application");
+    std::string id;
+    ASSERT_TRUE(test::waitUntil([&] {
+        const auto listed =
+            nlohmann::json::parse(tool({"clip", "list", "--json"}).out, nullptr, false);
+        if (!listed.is_object() || listed["items"].empty()) {
+            return false;
+        }
+        id = listed["items"][0].value("id", "");
+        return !id.empty();
+    })) << app->log();
+    const auto wanted = [&](const std::string& text) {
+        for (const char* target : {"UTF8_STRING", "STRING", "TEXT", "text/plain"}) {
+            EXPECT_TRUE(test::waitUntil([&] { return clipboardAs(target) == text; }, 3s))
+                << target << ": " << clipboardAs(target);
+        }
+    };
+    copyWithXclip("UTF8_STRING", "something else");
+    const auto clipCopied = tool({"clip", "copy", id});
+    ASSERT_EQ(clipCopied.exitStatus, 0) << clipCopied.err << clipCopied.out;
+    wanted("Copied once in another application");
+    const auto expanded = tool({"snippet", "expand", "addr", "--copy"});
+    ASSERT_EQ(expanded.exitStatus, 0) << expanded.err;
+    wanted("12 Harbour Road");
+}
+
 TEST_F(DesktopTyping, BoardCaptureInXtermTakesTheSelectionWithoutInterruptingTheShell) {
     if (test::findProgram("xterm").empty()) {
         GTEST_FAIL() << "xterm is not installed (scripts/install-deps.sh)";
