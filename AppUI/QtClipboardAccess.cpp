@@ -686,6 +686,13 @@ bool QtClipboardAccess::ownedHere(std::uint32_t owner) const {
     return (owner & ~setup->resource_id_mask) == setup->resource_id_base;
 }
 
+bool QtClipboardAccess::holdsOurLastWrite() const {
+    // Another owner taking the clipboard makes Qt drop our data, and with it `written_`; the
+    // change notices may come later than that, so they are not what is asked here.
+    return !written_.isNull() && clipboard_->ownsClipboard() &&
+           clipboard_->mimeData(QClipboard::Clipboard) == written_.data();
+}
+
 ClipboardSave QtClipboardAccess::saveWhole() {
     using Outcome = X11SelectionReader::Transfer::Outcome;
     X11SelectionReader* x11 = reader();

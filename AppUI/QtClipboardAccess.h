@@ -51,6 +51,7 @@ public:
     std::int64_t changeCount() const override { return changeCount_; }
     PasteboardSnapshot snapshot() override;
     void write(const PasteboardSnapshot& snapshot) override;
+    bool holdsOurLastWrite() const override;
     ClipboardSave saveWhole() override;
     std::optional<std::string> selectionText() override;
     void setChangeHandler(std::function<void()> handler) override;

@@ -36,6 +36,8 @@ public:
     // user's text (expansions, restores) add the concealed markers themselves, so no history,
     // ours or another's, records it.
     virtual void write(const PasteboardSnapshot& snapshot) = 0;
+    // Whether the clipboard still holds what `write` put there last: nobody has copied since.
+    virtual bool holdsOurLastWrite() const = 0;
     // The whole clipboard as its owner offers it, to be put back after a paste of ours: every
     // target of any type (protocol targets aside), byte for byte, up to `kWholeSaveLimit` in
     // all. An empty clipboard (no owner, or no targets) gives an empty snapshot, which

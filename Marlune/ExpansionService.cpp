@@ -688,6 +688,7 @@ void ExpansionService::perform(const Action& action) {
         run_->awaitingPull = true;
         if (savedClipboard_) {
             pastePressed_ = true;
+            restoreAfterPull_ = false;
             scheduleRestore(kRestoreTimeout);
         }
     }
@@ -803,7 +804,7 @@ void ExpansionService::releaseHeldKeys() {
     if (!holding_ || releaseTask_) {
         return;
     }
-    if (waitedForRelease_ < kHeldKeyPatience && c_.injector.heldKeyStillDown()) {
+    if (waitedForRelease_ < kReleasePatience && c_.injector.heldKeyStillDown()) {
         waitedForRelease_ += kReleasePoll;
         releaseTask_ = c_.scheduler.after(kReleasePoll, [this] {
             releaseTask_.reset();
@@ -812,12 +813,23 @@ void ExpansionService::releaseHeldKeys() {
         return;
     }
     waitedForRelease_ = {};
-    holding_ = false;
-    c_.injector.releaseKeys();
-    // They are in the window now, behind the inserted text: the typed buffer learns of them as
-    // if they had just been typed, and only the last may start another expansion.
     auto held = std::move(heldEvents_);
     heldEvents_.clear();
+    // A keyword typed in full among the held keys, with more keys after it: those go on only
+    // once it is expanded, or it would be deleted from behind them.
+    const auto keyword = keywordAmongHeldKeys(held);
+    const std::size_t through = keyword ? *keyword + 1 : held.size();
+    if (keyword) {
+        c_.injector.sendOnHeldKeys(through);
+        heldEvents_.assign(std::make_move_iterator(held.begin() + static_cast<std::ptrdiff_t>(through)),
+                           std::make_move_iterator(held.end()));
+        held.resize(through);
+    } else {
+        c_.injector.releaseKeys();
+    }
+    holding_ = false;
+    // They are in the window now, behind the inserted text: the typed buffer learns of them as
+    // if they had just been typed, and only the last may start another expansion.
     replayingHeld_ = true;
     for (std::size_t i = 0; i < held.size(); ++i) {
         lastHeldEvent_ = i + 1 == held.size();
@@ -825,6 +837,46 @@ void ExpansionService::releaseHeldKeys() {
     }
     replayingHeld_ = false;
     lastHeldEvent_ = false;
+    if (keyword && !holding_) {
+        // The keyword did not start a commit after all (a password field, a mismatch): the
+        // keys after it go on as they are.
+        holding_ = true;
+        releaseHeldKeys();
+    }
+}
+
+std::optional<std::size_t>
+ExpansionService::keywordAmongHeldKeys(const std::vector<KeyboardEvent>& held) {
+    if (paused_ || held.size() < 2) {
+        return std::nullopt;
+    }
+    TypedBuffer scratch;
+    scratch.appendKeyText(buffer_.text());
+    for (std::size_t i = 0; i + 1 < held.size(); ++i) {
+        if (const auto* typed = std::get_if<keyboard::TextTyped>(&held[i])) {
+            if (typed->text.empty()) {
+                continue;
+            }
+            scratch.appendKeyText(typed->text);
+            const std::string_view text = scratch.text();
+            const auto decision = TypedExpansion::decide(
+                text, text.substr(0, text.size() - typed->text.size()), prefix_, true, lookup_,
+                keystrokeContext_);
+            const auto* commit = std::get_if<TypedExpansion::Commit>(&decision);
+            if (commit != nullptr && !buffer_.isSuppressed(commit->typedToken)) {
+                return i;
+            }
+        } else if (const auto* backspace = std::get_if<keyboard::BackspacePressed>(&held[i])) {
+            if (backspace->modifiers.control || backspace->modifiers.alt) {
+                scratch.clear();
+            } else {
+                scratch.backspace();
+            }
+        } else {
+            scratch.clear();
+        }
+    }
+    return std::nullopt;
 }
 
 std::int64_t ExpansionService::counterValue(std::string_view snippetID) const {
@@ -930,7 +982,7 @@ bool ExpansionService::saveUserClipboard() {
     }
     savedClipboard_ = std::move(std::get<PasteboardSnapshot>(saved));
     // Nothing of ours is on the clipboard yet: a commit given up now has nothing to put back.
-    ourWriteChangeCount_ = -1;
+    wroteOurs_ = false;
     pastePressed_ = false;
     return true;
 }
@@ -941,12 +993,15 @@ void ExpansionService::writeClipboard(PasteboardSnapshot content) {
         clipboardRestoreTask_.reset();
     }
     c_.clipboard.write(concealed(std::move(content)));
-    ourWriteChangeCount_ = c_.clipboard.changeCount();
+    wroteOurs_ = true;
     pastePressed_ = false;
 }
 
 void ExpansionService::pastePulled() {
-    if (savedClipboard_ && pastePressed_) {
+    // The first read after the paste shortcut is the paste; later ones (a clipboard manager,
+    // a second paste of the user's) must not put the restore off again and again.
+    if (savedClipboard_ && pastePressed_ && !restoreAfterPull_) {
+        restoreAfterPull_ = true;
         scheduleRestore(kRestoreAfterPull);
     }
     if (run_ && run_->awaitingPull) {
@@ -983,7 +1038,7 @@ void ExpansionService::restoreClipboard() {
     savedClipboard_.reset();
     pastePressed_ = false;
     // Someone copied after our write: their copy is what the user wants on the clipboard now.
-    if (c_.clipboard.changeCount() != ourWriteChangeCount_) {
+    if (!wroteOurs_ || !c_.clipboard.holdsOurLastWrite()) {
         return;
     }
     if (saved.empty()) {

@@ -104,8 +104,10 @@ public:
     static constexpr std::chrono::milliseconds kAfterPullSettle{30};
     static constexpr std::chrono::milliseconds kPullPatience{500};
     // A key pressed during the hold and still down is waited for before the held keys are
-    // sent on, checking this often, for at most `kHeldKeyPatience`.
+    // sent on (its press would be dropped), checking this often, for at most this long: a
+    // slow typist keeps a key down for a quarter of a second, and one held longer repeats.
     static constexpr std::chrono::milliseconds kReleasePoll{10};
+    static constexpr std::chrono::milliseconds kReleasePatience{500};
     // A field that does not show the keyword yet may simply not have taken the last keys (we
     // see them as soon as it does): it is read again this often, this many times in all,
     // before the commit is given up.
@@ -217,6 +219,7 @@ private:
     void runNext();
     bool holdKeys();
     void releaseHeldKeys();
+    std::optional<std::size_t> keywordAmongHeldKeys(const std::vector<KeyboardEvent>& held);
     bool saveUserClipboard();
     void putKeywordBack();
     std::int64_t counterValue(std::string_view snippetID) const;
@@ -279,8 +282,9 @@ private:
     std::string counterUsedBy_;
 
     std::optional<PasteboardSnapshot> savedClipboard_;
-    std::int64_t ourWriteChangeCount_ = -1;
+    bool wroteOurs_ = false;
     bool pastePressed_ = false;
+    bool restoreAfterPull_ = false;
     std::optional<Scheduler::TaskID> clipboardRestoreTask_;
 
     std::string phraseBuffer_;

@@ -88,6 +88,10 @@ public:
     // its press would meet the key already down (one keyboard for the typist and for us, or
     // the core keyboard that merges them) and be dropped, so the release waits for it.
     virtual bool heldKeyStillDown() { return false; }
+    // Sends on the held key events up to and including the `keyPresses`-th press of a key that
+    // is not a modifier, and goes on holding the rest: a keyword typed in full while a commit
+    // was under way can then be expanded before the keys after it reach the window.
+    virtual void sendOnHeldKeys(std::size_t keyPresses) { (void)keyPresses; }
 };
 
 } // namespace marlune

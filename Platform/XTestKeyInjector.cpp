@@ -100,6 +100,14 @@ KeyModifiers XTestKeyInjector::heldModifiers() {
                         (down & kMod1Mask) != 0, (down & kMod4Mask) != 0};
 }
 
+bool XTestKeyInjector::isModifierKey(std::uint32_t keycode) const {
+    const xkb_keysym_t* syms = nullptr;
+    const int count = xkb_keymap_key_get_syms_by_level(keymap_, keycode, 0, 0, &syms);
+    return count > 0 && ((syms[0] >= XKB_KEY_Shift_L && syms[0] <= XKB_KEY_Hyper_R) ||
+                         (syms[0] >= XKB_KEY_ISO_Lock && syms[0] <= XKB_KEY_ISO_Last_Group_Lock) ||
+                         syms[0] == XKB_KEY_Mode_switch || syms[0] == XKB_KEY_Num_Lock);
+}
+
 bool XTestKeyInjector::keyHeld() {
     xcb_connection_t* c = connection_.get();
     std::unique_ptr<xcb_query_keymap_reply_t, FreeDeleter> reply(
@@ -108,16 +116,7 @@ bool XTestKeyInjector::keyHeld() {
         return false;
     }
     for (std::uint32_t keycode = 8; keycode < 256; ++keycode) {
-        if ((reply->keys[keycode / 8] & (1U << (keycode % 8))) == 0) {
-            continue;
-        }
-        const xkb_keysym_t* syms = nullptr;
-        const int count = xkb_keymap_key_get_syms_by_level(keymap_, keycode, 0, 0, &syms);
-        const bool modifier =
-            count > 0 && ((syms[0] >= XKB_KEY_Shift_L && syms[0] <= XKB_KEY_Hyper_R) ||
-                          (syms[0] >= XKB_KEY_ISO_Lock && syms[0] <= XKB_KEY_ISO_Last_Group_Lock) ||
-                          syms[0] == XKB_KEY_Mode_switch || syms[0] == XKB_KEY_Num_Lock);
-        if (!modifier) {
+        if ((reply->keys[keycode / 8] & (1U << (keycode % 8))) != 0 && !isModifierKey(keycode)) {
             return true;
         }
     }
@@ -336,6 +335,7 @@ bool XTestKeyInjector::holdKeys() {
     // Key events left from an earlier hold that were never sent on are not the user's now.
     takeHeldEvents(held_);
     held_.clear();
+    sentDown_.clear();
     holding_ = grab();
     return holding_;
 }
@@ -359,7 +359,7 @@ bool XTestKeyInjector::heldKeyStillDown() {
     }
     connection_.sync();
     takeHeldEvents(held_);
-    std::set<std::uint8_t> down;
+    std::set<std::uint8_t> down = sentDown_;
     for (const auto& [keycode, press] : held_) {
         if (press) {
             down.insert(keycode);
@@ -368,6 +368,38 @@ bool XTestKeyInjector::heldKeyStillDown() {
         }
     }
     return !down.empty();
+}
+
+bool XTestKeyInjector::sendOnHeld(std::uint8_t keycode, bool press) {
+    if (!press && sentDown_.erase(keycode) == 0) {
+        return false; // its press reached the window before the hold
+    }
+    if (press) {
+        sentDown_.insert(keycode);
+    }
+    send(keycode, press);
+    return true;
+}
+
+void XTestKeyInjector::sendOnHeldKeys(std::size_t keyPresses) {
+    if (!holding_ || (keymap_ == nullptr && !loadKeymap())) {
+        return;
+    }
+    connection_.sync();
+    takeHeldEvents(held_);
+    std::size_t end = 0;
+    for (std::size_t presses = 0; end < held_.size() && presses < keyPresses; ++end) {
+        if (held_[end].second && !isModifierKey(held_[end].first)) {
+            ++presses;
+        }
+    }
+    // The same batch as a step: let go, send, take the keyboard again.
+    xcb_ungrab_keyboard(connection_.get(), XCB_CURRENT_TIME);
+    for (std::size_t i = 0; i < end; ++i) {
+        sendOnHeld(held_[i].first, held_[i].second);
+    }
+    held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(end));
+    finish();
 }
 
 std::size_t XTestKeyInjector::releaseKeys() {
@@ -385,18 +417,9 @@ std::size_t XTestKeyInjector::releaseKeys() {
     takeHeldEvents(held);
     xcb_ungrab_keyboard(c, XCB_CURRENT_TIME);
     std::size_t sentOn = 0;
-    std::set<std::uint8_t> down;
     const auto sendOn = [&](std::size_t from) {
         for (std::size_t i = from; i < held.size(); ++i) {
-            const auto [keycode, press] = held[i];
-            if (!press && down.erase(keycode) == 0) {
-                continue; // its press reached the window before the hold
-            }
-            if (press) {
-                down.insert(keycode);
-            }
-            send(keycode, press);
-            ++sentOn;
+            sentOn += sendOnHeld(held[i].first, held[i].second) ? 1 : 0;
         }
     };
     sendOn(0);
@@ -406,9 +429,10 @@ std::size_t XTestKeyInjector::releaseKeys() {
     sendOn(first);
     // A key still down at the end would stay down on the XTest keyboard (and repeat) once the
     // user lets go of the real one: its release goes with it.
-    for (const std::uint8_t keycode : down) {
+    for (const std::uint8_t keycode : sentDown_) {
         send(keycode, false);
     }
+    sentDown_.clear();
     xcb_flush(c);
     return sentOn;
 }

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <variant>
 #include <vector>
@@ -46,6 +47,7 @@ public:
     bool holdKeys() override;
     std::size_t releaseKeys() override;
     bool heldKeyStillDown() override;
+    void sendOnHeldKeys(std::size_t keyPresses) override;
 
 private:
     struct KeyStroke {
@@ -68,6 +70,10 @@ private:
     InjectionOutcome finish();
     bool grab();
     void takeHeldEvents(std::vector<std::pair<std::uint8_t, bool>>& into);
+    bool isModifierKey(std::uint32_t keycode) const;
+    // Sends one held event on, unless it is the release of a key whose press reached the
+    // window before the hold.
+    bool sendOnHeld(std::uint8_t keycode, bool press);
 
     X11Connection connection_;
     std::shared_ptr<InjectionLedger> ledger_;
@@ -80,6 +86,8 @@ private:
     bool ungrabbed_ = false;
     // The user's key events that came to us during the hold, in order.
     std::vector<std::pair<std::uint8_t, bool>> held_;
+    // Keys whose held press was sent on and whose release was not yet.
+    std::set<std::uint8_t> sentDown_;
 };
 
 } // namespace marlune

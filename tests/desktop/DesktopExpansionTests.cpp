@@ -189,7 +189,7 @@ TEST_F(DesktopExpansion, KeywordExpandsInTheFieldAndTheClipboardComesBackExactly
         EXPECT_EQ(waitForText("hello Kind regards "), "hello Kind regards ");
         // Back once the target has pulled our text, or after the timeout.
         EXPECT_TRUE(test::waitUntil([&] { return clipboardAs(c.type) == c.bytes; }, 4s))
-            << "clipboard now: " << clipboardAs(c.type);
+            << "clipboard now: " << clipboardAs(c.type) << "\n" << app->log();
     }
 }
 

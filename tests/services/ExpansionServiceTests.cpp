@@ -177,6 +177,19 @@ TEST_F(ExpansionServiceTest, KeywordExpandsWithTheStepsAtTheirDelays) {
     EXPECT_TRUE(service().bufferText().empty());
 }
 
+TEST_F(ExpansionServiceTest, ReadsAfterThePasteDoNotPutTheRestoreOff) {
+    // A clipboard manager (or anything else) reading what we pasted again and again.
+    clipboard.setText("mine");
+    type(";sig");
+    scheduler.advance(130);
+    for (int i = 0; i < 20; ++i) {
+        clipboard.simulatePull();
+        scheduler.advance(50);
+    }
+    EXPECT_EQ(clipboard.text(), "mine");
+    EXPECT_EQ(clipboard.writes.size(), 2U);
+}
+
 TEST_F(ExpansionServiceTest, CaretAndHeldKeysWaitUntilTheTargetHasReadThePaste) {
     // Targets that read the clipboard asynchronously insert the text only when the answer
     // arrives, after any key already queued: the caret moves and the held keys wait for it.
@@ -460,7 +473,7 @@ TEST_F(ExpansionServiceTest, ClicksFocusChangesAndLocksForgetTheTyping) {
     EXPECT_TRUE(injector.steps.empty());
 }
 
-TEST_F(ExpansionServiceTest, KeysTypedDuringACommitAreHeldAndOnlyTheLastMayExpandAgain) {
+TEST_F(ExpansionServiceTest, KeysTypedDuringACommitAreHeldAndAKeywordAmongThemExpandsInPlace) {
     addSnippet("addr", "12 Harbour Road");
     struct Case {
         const char* name;
@@ -471,7 +484,9 @@ TEST_F(ExpansionServiceTest, KeysTypedDuringACommitAreHeldAndOnlyTheLastMayExpan
     const Case cases[] = {
         {"words after the keyword", {" ", "b", "e", "l"}, " bel", false},
         {"a keyword completed by the last held key", {" ", ";", "a", "d", "d", "r"}, "", true},
-        {"a keyword completed earlier is only text now", {";", "s", "i", "g", " "}, ";sig ",
+        // The keys up to the keyword go on, the keyword expands, then the rest follows.
+        {"a keyword completed earlier", {";", "s", "i", "g", " "}, "", true},
+        {"no keyword once the BackSpace is counted", {";", "s", "i", "BS", "g", " "}, ";sg ",
          false},
     };
     for (const auto& c : cases) {
@@ -482,8 +497,13 @@ TEST_F(ExpansionServiceTest, KeysTypedDuringACommitAreHeldAndOnlyTheLastMayExpan
         injector.releasedAt.clear();
         injector.holds = 0;
         type(";sig");
+        injector.partialReleases.clear();
         for (const auto& key : c.typedOn) {
-            watcher.type(key);
+            if (key == "BS") {
+                watcher.backspace();
+            } else {
+                watcher.type(key);
+            }
         }
         EXPECT_TRUE(injector.holding);
         scheduler.advance(125);
@@ -495,6 +515,17 @@ TEST_F(ExpansionServiceTest, KeysTypedDuringACommitAreHeldAndOnlyTheLastMayExpan
         EXPECT_EQ(injector.holds, c.secondExpansion ? 2 : 1);
         EXPECT_EQ(service().bufferText(), c.buffer);
         EXPECT_TRUE(service().abortCounts().empty());
+        if (c.typedOn.back() == " " && c.secondExpansion && c.typedOn.size() == 5) {
+            // ";sig" went on (four presses) and the space waits for the second commit.
+            using Partial = std::pair<std::size_t, std::size_t>;
+            EXPECT_EQ(injector.partialReleases, std::vector<Partial>{Partial(2, 4)});
+            scheduler.advance(125);
+            clipboard.simulatePull();
+            scheduler.advance(100);
+            EXPECT_FALSE(service().pendingExpansion());
+            EXPECT_EQ(service().bufferText(), " ");
+            EXPECT_EQ(injector.releasedAt.back(), 4U) << "after the second paste";
+        }
     }
 }
 

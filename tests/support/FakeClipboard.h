@@ -39,8 +39,11 @@ public:
     void write(const PasteboardSnapshot& snapshot) override {
         writes.push_back(snapshot);
         contents = snapshot;
+        ours = true;
         changed();
     }
+
+    bool holdsOurLastWrite() const override { return ours; }
 
     void setChangeHandler(std::function<void()> newHandler) override {
         handler = std::move(newHandler);
@@ -49,6 +52,7 @@ public:
     // Another application took the clipboard with these contents.
     void setContents(PasteboardSnapshot snapshot) {
         contents = std::move(snapshot);
+        ours = false;
         changed();
     }
     void setText(std::string_view text, std::string_view type = "text/plain;charset=utf-8") {
@@ -82,6 +86,7 @@ public:
     PasteboardSnapshot contents;
     std::vector<PasteboardSnapshot> writes;
     std::int64_t count = 0;
+    bool ours = false;
     int snapshotReads = 0;
     int wholeSaves = 0;
     // Set to make `saveWhole` fail with this message.

@@ -49,7 +49,13 @@ public:
         return 0;
     }
 
+    void sendOnHeldKeys(std::size_t keyPresses) override {
+        partialReleases.push_back({steps.size(), keyPresses});
+    }
+
     std::vector<KeyInjection> steps;
+    // Where in the record of steps held keys went on before the end of a hold, and how many.
+    std::vector<std::pair<std::size_t, std::size_t>> partialReleases;
     // Fails just the steps it picks.
     std::function<bool(const KeyInjection&)> failIf;
     bool refuseHold = false;
