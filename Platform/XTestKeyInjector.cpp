@@ -284,10 +284,21 @@ void XTestKeyInjector::send(std::uint32_t keycode, bool press) {
                         static_cast<std::uint8_t>(keycode), XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
 }
 
+void XTestKeyInjector::letGo(std::uint32_t keycode) {
+    // A press of a key that is already down on the keyboard it is sent from (the XTest
+    // keyboard another program types with, or the one key the core keyboard merges) is
+    // dropped by the server, and the character with it. A release first makes it a fresh
+    // press; where the key is not down the server drops the release and nothing comes back,
+    // which is why the ledger does not expect it.
+    xcb_test_fake_input(connection_.get(), XCB_KEY_RELEASE, static_cast<std::uint8_t>(keycode),
+                        XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+}
+
 void XTestKeyInjector::tap(const KeyStroke& stroke) {
     for (const std::uint32_t modifier : stroke.modifierKeys) {
         send(modifier, true);
     }
+    letGo(stroke.keycode);
     send(stroke.keycode, true);
     send(stroke.keycode, false);
     for (auto it = stroke.modifierKeys.rbegin(); it != stroke.modifierKeys.rend(); ++it) {
@@ -376,6 +387,7 @@ bool XTestKeyInjector::sendOnHeld(std::uint8_t keycode, bool press) {
     }
     if (press) {
         sentDown_.insert(keycode);
+        letGo(keycode);
     }
     send(keycode, press);
     return true;

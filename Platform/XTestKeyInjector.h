@@ -63,6 +63,7 @@ private:
     std::optional<std::uint32_t> spareKeycode(std::uint32_t keysym);
     void restoreSpareKeycodes();
     void send(std::uint32_t keycode, bool press);
+    void letGo(std::uint32_t keycode);
     void tap(const KeyStroke& stroke);
     InjectionOutcome repeat(std::uint32_t keysym, std::int64_t count);
     InjectionOutcome chord(const KeyChord& chord);
