@@ -101,7 +101,7 @@ public:
     // our text (many targets insert it only when the answer arrives, after keys already
     // queued), then this long for it to be inserted; a target that never reads it is given
     // `kPullPatience`.
-    static constexpr std::chrono::milliseconds kAfterPullSettle{30};
+    static constexpr std::chrono::milliseconds kAfterPullSettle{20};
     static constexpr std::chrono::milliseconds kPullPatience{500};
     // A key pressed during the hold and still down is waited for before the held keys are
     // sent on (its press would be dropped), checking this often, for at most this long: a

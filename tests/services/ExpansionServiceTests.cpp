@@ -200,8 +200,8 @@ TEST_F(ExpansionServiceTest, CaretAndHeldKeysWaitUntilTheTargetHasReadThePaste) 
         std::int64_t caretAt;
     };
     const Case cases[] = {
-        {"target reads at once", 5, 125 + 5 + 30 + 35},
-        {"target reads late", 300, 125 + 300 + 30 + 35},
+        {"target reads at once", 5, 125 + 5 + 20 + 35},
+        {"target reads late", 300, 125 + 300 + 20 + 35},
         {"target never reads", std::nullopt, 125 + 500 + 35},
     };
     for (const auto& c : cases) {
