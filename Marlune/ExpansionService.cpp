@@ -18,8 +18,6 @@ namespace marlune {
 namespace {
 
 constexpr std::string_view kTextType = "text/plain;charset=utf-8";
-constexpr std::string_view kKDEHint = "x-kde-passwordManagerHint";
-constexpr std::string_view kConcealedType = "org.nspasteboard.ConcealedType";
 // Per snippet, the last value its counter placeholder gave in an expansion that was inserted.
 constexpr std::string_view kCountersKey = "snippetCounters";
 
@@ -35,52 +33,6 @@ PasteboardSnapshot::Payload payload(std::string_view type, std::string_view data
     return {std::string(type), std::vector<std::uint8_t>(data.begin(), data.end())};
 }
 
-std::int64_t payloadBytes(const PasteboardSnapshot& snapshot) {
-    std::int64_t total = 0;
-    for (const auto& item : snapshot.items) {
-        for (const auto& p : item.payloads) {
-            total += static_cast<std::int64_t>(p.data.size());
-        }
-    }
-    return total;
-}
-
-// Both markers, so that neither our own history nor another's records what we put there: the
-// user's clipboard is theirs to have captured once, and an expansion is not a copy.
-PasteboardSnapshot concealed(PasteboardSnapshot snapshot) {
-    if (snapshot.items.empty()) {
-        snapshot.items.emplace_back();
-    }
-    auto& payloads = snapshot.items.front().payloads;
-    const auto has = [&](std::string_view type) {
-        for (const auto& p : payloads) {
-            if (p.type == type) {
-                return true;
-            }
-        }
-        return false;
-    };
-    if (!has(kKDEHint)) {
-        payloads.push_back(payload(kKDEHint, "secret"));
-    }
-    if (!has(kConcealedType)) {
-        payloads.push_back(payload(kConcealedType, ""));
-    }
-    snapshot.totalBytes = payloadBytes(snapshot);
-    return snapshot;
-}
-
-std::optional<std::string> firstText(const PasteboardSnapshot& snapshot) {
-    for (const auto& item : snapshot.items) {
-        for (const auto& p : item.payloads) {
-            if (p.type.rfind("text/plain", 0) == 0 || p.type == "UTF8_STRING") {
-                return std::string(p.data.begin(), p.data.end());
-            }
-        }
-    }
-    return std::nullopt;
-}
-
 bool isKeyEvent(const KeyboardEvent& event) {
     return std::holds_alternative<keyboard::TextTyped>(event) ||
            std::holds_alternative<keyboard::BackspacePressed>(event) ||
@@ -91,33 +43,10 @@ bool endsWith(std::string_view text, std::string_view suffix) {
     return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
 }
 
-int wordCount(std::string_view text) {
-    int words = 0;
-    bool inWord = false;
-    for (const char ch : text) {
-        const bool space = ch == ' ' || ch == '\t';
-        if (!space && !inWord) {
-            ++words;
-        }
-        inWord = !space;
-    }
-    return words;
-}
-
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 } // namespace
 
 ExpansionService::ExpansionService(Collaborators collaborators)
-    : c_(std::move(collaborators)),
+    : c_(std::move(collaborators)), pasteClipboard_(c_.clipboard, c_.scheduler),
       locale_(c_.locale.empty() ? HostLocale::localeID() : c_.locale),
       timeZone_(c_.timeZone.empty() ? HostLocale::timeZoneID() : c_.timeZone) {
     lookup_ = [this](std::string_view keyword) -> const ExpansionSnippet* {
@@ -127,7 +56,6 @@ ExpansionService::ExpansionService(Collaborators collaborators)
         }
         return found;
     };
-    phraseBuffer_.reserve(kPhraseMaxBytes + 8);
     keystrokeContext_ = makeContext();
 }
 
@@ -138,21 +66,15 @@ ExpansionService::~ExpansionService() {
     if (isFillInOpen_) {
         c_.fillIn.dismiss();
     }
-    for (auto* task : {&runTask_, &undoTeardownTask_, &clipboardRestoreTask_, &phraseResetTask_,
-                       &refreshTask_, &releaseTask_}) {
+    if (holding_) {
+        c_.injector.releaseKeys();
+    }
+    for (auto* task :
+         {&runTask_, &undoTeardownTask_, &phraseResetTask_, &refreshTask_, &releaseTask_}) {
         if (*task) {
             c_.scheduler.cancel(**task);
         }
     }
-    wipe(phraseBuffer_);
-    wipePhrases();
-}
-
-void ExpansionService::wipePhrases() {
-    for (auto& entry : phraseCounts_) {
-        wipe(entry.phrase);
-    }
-    phraseCounts_.clear();
 }
 
 void ExpansionService::start(KeyboardWatcher& watcher) {
@@ -160,7 +82,7 @@ void ExpansionService::start(KeyboardWatcher& watcher) {
     watcher.setHandler([this](const KeyboardEvent& event) { handle(event); });
     refresh();
     refreshTask_ = c_.scheduler.every(kRefreshPeriod, [this] { refresh(); });
-    phraseResetTask_ = c_.scheduler.every(kPhraseResetPeriod, [this] { wipePhrases(); });
+    phraseResetTask_ = c_.scheduler.every(PhraseCounter::kResetPeriod, [this] { phrases_.forgetAll(); });
     isRunning_ = true;
 }
 
@@ -193,10 +115,10 @@ ExpansionContext ExpansionService::makeContext() {
     ExpansionContext context;
     context.clipboard = [this]() -> std::optional<std::string> {
         // In the middle of an expansion our own text is on the clipboard; the user's is saved.
-        if (savedClipboard_) {
-            return firstText(*savedClipboard_);
+        if (auto saved = pasteClipboard_.savedText()) {
+            return *saved;
         }
-        return firstText(c_.clipboard.snapshot());
+        return PasteClipboard::firstText(c_.clipboard.snapshot());
     };
     context.variables = variables_;
     context.locale = locale_;
@@ -263,7 +185,7 @@ void ExpansionService::onText(const keyboard::TextTyped& typed) {
         return;
     }
     disarmUndo();
-    notePhraseText(typed.text);
+    phrases_.typed(typed.text);
     if (paused_ || typed.text.empty()) {
         return;
     }
@@ -296,13 +218,11 @@ void ExpansionService::onBackspace(const keyboard::BackspacePressed& pressed) {
     if (pressed.modifiers.control || pressed.modifiers.alt) {
         // Deletes a word or more: the buffer can no longer say what stands before the caret.
         buffer_.clear();
-        wipe(phraseBuffer_);
+        phrases_.abandonLine();
         return;
     }
     buffer_.backspace();
-    if (!phraseBuffer_.empty()) {
-        phraseBuffer_.resize(Graphemes::offsetOfLast(phraseBuffer_, 1));
-    }
+    phrases_.backspace();
 }
 
 void ExpansionService::onOtherKey(const keyboard::KeyPressed& pressed) {
@@ -318,8 +238,7 @@ void ExpansionService::onOtherKey(const keyboard::KeyPressed& pressed) {
     if (lineEnd && !pressed.modifiers.any()) {
         endPhrase();
     } else {
-        wipe(phraseBuffer_);
-        phraseOverflow_ = false;
+        phrases_.abandonLine();
     }
     buffer_.clear();
 }
@@ -327,8 +246,7 @@ void ExpansionService::onOtherKey(const keyboard::KeyPressed& pressed) {
 void ExpansionService::forgetTyping() {
     disarmUndo();
     buffer_.clear();
-    wipe(phraseBuffer_);
-    phraseOverflow_ = false;
+    phrases_.abandonLine();
 }
 
 void ExpansionService::screenLocked() {
@@ -373,7 +291,7 @@ void ExpansionService::takeDecision(TypedExpansion::Decision decision) {
     }
     // A password prompt or screen locker holds the keyboard: what is typed is a secret, or
     // goes nowhere visible.
-    if (c_.grabProbe.keyboardGrabbedByAnotherClient()) {
+    if (keyboardGrabbedElsewhere()) {
         buffer_.clear();
         return;
     }
@@ -459,7 +377,7 @@ void ExpansionService::fillInAnswered(const TypedExpansion::FillInRequest& reque
                                       std::optional<FillInPresenter::Answers> answers) {
     isFillInOpen_ = false;
     buffer_.clear();
-    if (!answers || paused_ || c_.grabProbe.keyboardGrabbedByAnotherClient()) {
+    if (!answers || paused_ || keyboardGrabbedElsewhere()) {
         return;
     }
     if (const auto id = Uuid::parse(snippetID)) {
@@ -514,7 +432,8 @@ void ExpansionService::beginCommit(const TypedExpansion::Commit& commit, std::st
     }
     // Saved before anything is deleted: a clipboard that cannot be put back whole is a reason
     // not to expand at all.
-    if (chord && !saveUserClipboard()) {
+    if (chord && !pasteClipboard_.save()) {
+        buffer_.recordAbort("clipboard-not-saved");
         buffer_.clear();
         releaseHeldKeys();
         return;
@@ -551,7 +470,7 @@ void ExpansionService::beginCommit(const TypedExpansion::Commit& commit, std::st
     }
     run.actions.push_back({Action::Kind::finish, pause, {}});
     buffer_.clear();
-    wipe(phraseBuffer_);
+    phrases_.abandonLine();
     startRun(std::move(run));
 }
 
@@ -567,7 +486,7 @@ std::optional<std::string> ExpansionService::paste(const PasteboardSnapshot& con
     if (run_ || pendingExpansion_ || isFillInOpen_ || holding_) {
         return "Marlune is in the middle of an expansion; try again in a moment.";
     }
-    if (c_.grabProbe.keyboardGrabbedByAnotherClient()) {
+    if (keyboardGrabbedElsewhere()) {
         return "Another application holds the keyboard, so Marlune cannot paste now.";
     }
     if (content.empty()) {
@@ -576,7 +495,8 @@ std::optional<std::string> ExpansionService::paste(const PasteboardSnapshot& con
     Run run;
     run.purpose = Run::Purpose::paste;
     if (const auto chord = pasteChordFor(c_.windows.activeWindow())) {
-        if (!saveUserClipboard()) {
+        if (!pasteClipboard_.save()) {
+            buffer_.recordAbort("clipboard-not-saved");
             return "The clipboard could not be saved whole, so Marlune did not paste over it.";
         }
         run.pasteContent = content;
@@ -584,7 +504,7 @@ std::optional<std::string> ExpansionService::paste(const PasteboardSnapshot& con
         run.actions.push_back(
             {Action::Kind::inject, kPasteChordDelay, keyinjection::PressChord{*chord}});
     } else {
-        auto text = firstText(content);
+        auto text = PasteClipboard::firstText(content);
         if (!text || text->empty()) {
             return "The focused window only takes typed text, and this item has none.";
         }
@@ -665,7 +585,7 @@ void ExpansionService::runNext() {
 void ExpansionService::perform(const Action& action) {
     switch (action.kind) {
     case Action::Kind::writeClipboard:
-        writeClipboard(std::move(run_->pasteContent));
+        pasteClipboard_.write(std::move(run_->pasteContent));
         return;
     case Action::Kind::finish:
         finishRun();
@@ -686,11 +606,7 @@ void ExpansionService::perform(const Action& action) {
     } else if (std::holds_alternative<keyinjection::PressChord>(action.step)) {
         run_->pasted = true;
         run_->awaitingPull = true;
-        if (savedClipboard_) {
-            pastePressed_ = true;
-            restoreAfterPull_ = false;
-            scheduleRestore(kRestoreTimeout);
-        }
+        pasteClipboard_.pasteSent();
     }
 }
 
@@ -757,9 +673,7 @@ void ExpansionService::abort(std::string_view reason) {
     isSynthesizing_ = false;
     // Our text went onto the clipboard but was never pasted: nothing will pull it, so the
     // user's clipboard goes back at once.
-    if (savedClipboard_ && !pastePressed_) {
-        restoreClipboard();
-    }
+    pasteClipboard_.pasteAbandoned();
     buffer_.clear();
     if (wasPaste && onPasteFinished) {
         onPasteFinished();
@@ -831,11 +745,13 @@ void ExpansionService::releaseHeldKeys() {
     // They are in the window now, behind the inserted text: the typed buffer learns of them as
     // if they had just been typed, and only the last may start another expansion.
     replayingHeld_ = true;
+    ownGrabDuringReplay_ = keyword.has_value();
     for (std::size_t i = 0; i < held.size(); ++i) {
         lastHeldEvent_ = i + 1 == held.size();
         handle(held[i]);
     }
     replayingHeld_ = false;
+    ownGrabDuringReplay_ = false;
     lastHeldEvent_ = false;
     if (keyword && !holding_) {
         // The keyword did not start a commit after all (a password field, a mismatch): the
@@ -962,48 +878,8 @@ void ExpansionService::undo() {
     startRun(std::move(run));
 }
 
-bool ExpansionService::saveUserClipboard() {
-    // A restore still pending from the expansion before means the clipboard holds our text,
-    // and the user's is the one already saved: it goes back after this paste instead (or at
-    // once, should this commit be given up before it).
-    if (savedClipboard_) {
-        if (clipboardRestoreTask_) {
-            c_.scheduler.cancel(*clipboardRestoreTask_);
-            clipboardRestoreTask_.reset();
-        }
-        pastePressed_ = false;
-        return true;
-    }
-    auto saved = c_.clipboard.saveWhole();
-    if (const auto* failed = std::get_if<ClipboardSaveFailed>(&saved)) {
-        buffer_.recordAbort("clipboard-not-saved");
-        logs::app.warning("Did not paste, so as not to lose the clipboard: " + failed->message);
-        return false;
-    }
-    savedClipboard_ = std::move(std::get<PasteboardSnapshot>(saved));
-    // Nothing of ours is on the clipboard yet: a commit given up now has nothing to put back.
-    wroteOurs_ = false;
-    pastePressed_ = false;
-    return true;
-}
-
-void ExpansionService::writeClipboard(PasteboardSnapshot content) {
-    if (clipboardRestoreTask_) {
-        c_.scheduler.cancel(*clipboardRestoreTask_);
-        clipboardRestoreTask_.reset();
-    }
-    c_.clipboard.write(concealed(std::move(content)));
-    wroteOurs_ = true;
-    pastePressed_ = false;
-}
-
 void ExpansionService::pastePulled() {
-    // The first read after the paste shortcut is the paste; later ones (a clipboard manager,
-    // a second paste of the user's) must not put the restore off again and again.
-    if (savedClipboard_ && pastePressed_ && !restoreAfterPull_) {
-        restoreAfterPull_ = true;
-        scheduleRestore(kRestoreAfterPull);
-    }
+    pasteClipboard_.pulled();
     if (run_ && run_->awaitingPull) {
         run_->awaitingPull = false;
         if (runTask_) {
@@ -1016,81 +892,27 @@ void ExpansionService::pastePulled() {
     }
 }
 
-void ExpansionService::scheduleRestore(std::chrono::milliseconds delay) {
-    if (clipboardRestoreTask_) {
-        c_.scheduler.cancel(*clipboardRestoreTask_);
-    }
-    clipboardRestoreTask_ = c_.scheduler.after(delay, [this] {
-        clipboardRestoreTask_.reset();
-        restoreClipboard();
-    });
-}
-
-void ExpansionService::restoreClipboard() {
-    if (clipboardRestoreTask_) {
-        c_.scheduler.cancel(*clipboardRestoreTask_);
-        clipboardRestoreTask_.reset();
-    }
-    if (!savedClipboard_) {
-        return;
-    }
-    PasteboardSnapshot saved = std::move(*savedClipboard_);
-    savedClipboard_.reset();
-    pastePressed_ = false;
-    // Someone copied after our write: their copy is what the user wants on the clipboard now.
-    if (!wroteOurs_ || !c_.clipboard.holdsOurLastWrite()) {
-        return;
-    }
-    if (saved.empty()) {
-        c_.clipboard.write(PasteboardSnapshot{});
-        return;
-    }
-    c_.clipboard.write(concealed(std::move(saved)));
-}
-
-void ExpansionService::notePhraseText(std::string_view text) {
-    if (phraseOverflow_) {
-        return;
-    }
-    if (phraseBuffer_.size() + text.size() > kPhraseMaxBytes) {
-        // Too long to be a phrase anyone would keep as a snippet; wait for the next line.
-        wipe(phraseBuffer_);
-        phraseOverflow_ = true;
-        return;
-    }
-    phraseBuffer_.append(text);
-}
-
 void ExpansionService::endPhrase() {
-    const bool overflowed = std::exchange(phraseOverflow_, false);
-    const std::string_view phrase = trimmed(phraseBuffer_);
-    if (overflowed || paused_ || phrase.size() < kPhraseMinBytes ||
-        wordCount(phrase) < kPhraseMinWords) {
-        wipe(phraseBuffer_);
-        return;
+    if (const auto phrase = phrases_.endedPhrase(); phrase && !paused_ && !typingIsSecret() &&
+                                                     phrases_.count(*phrase)) {
+        c_.notifier.suggestSnippet(kSuggestionMessage, *phrase);
     }
+    phrases_.clearLine();
+}
+
+bool ExpansionService::keyboardGrabbedElsewhere() {
+    // While the keys after a keyword typed among the held ones are still held, the grab the
+    // probe finds is our own.
+    return !ownGrabDuringReplay_ && c_.grabProbe.keyboardGrabbedByAnotherClient();
+}
+
+bool ExpansionService::typingIsSecret() {
     // Never count what went into a password prompt or a password field.
-    bool secret = c_.grabProbe.keyboardGrabbedByAnotherClient();
-    if (!secret) {
-        const auto field = readField();
-        secret = field && field->isPassword;
+    if (keyboardGrabbedElsewhere()) {
+        return true;
     }
-    if (!secret) {
-        auto it = std::find_if(phraseCounts_.begin(), phraseCounts_.end(),
-                               [&](const PhraseCount& entry) { return entry.phrase == phrase; });
-        if (it == phraseCounts_.end()) {
-            if (phraseCounts_.size() >= kPhraseMemory) {
-                wipe(phraseCounts_.front().phrase);
-                phraseCounts_.pop_front();
-            }
-            phraseCounts_.push_back({std::string(phrase), 0});
-            it = std::prev(phraseCounts_.end());
-        }
-        if (++it->count == kPhraseThreshold) {
-            c_.notifier.suggestSnippet(kSuggestionMessage, phrase);
-        }
-    }
-    wipe(phraseBuffer_);
+    const auto field = readField();
+    return field && field->isPassword;
 }
 
 } // namespace marlune

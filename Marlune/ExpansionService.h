@@ -13,6 +13,8 @@
 #include "Marlune/KeyboardGrabProbe.h"
 #include "Marlune/KeyboardWatcher.h"
 #include "Marlune/Notifier.h"
+#include "Marlune/PasteClipboard.h"
+#include "Marlune/PhraseCounter.h"
 #include "Marlune/Scheduler.h"
 #include "MarluneCore/Date.h"
 #include "MarluneCore/ModelContext.h"
@@ -113,21 +115,11 @@ public:
     // before the commit is given up.
     static constexpr std::chrono::milliseconds kVerifyRetry{40};
     static constexpr int kVerifyReads = 4;
-    // The user's clipboard goes back this long after the target has read our text, or after
-    // the timeout when the target never says it read it.
-    static constexpr std::chrono::milliseconds kRestoreAfterPull{100};
-    static constexpr std::chrono::milliseconds kRestoreTimeout{1000};
+    static constexpr auto kRestoreAfterPull = PasteClipboard::kRestoreAfterPull;
+    static constexpr auto kRestoreTimeout = PasteClipboard::kRestoreTimeout;
     // A BackSpace within this time after an expansion, with no other key between, undoes it.
     static constexpr std::chrono::milliseconds kUndoWindow{3000};
     static constexpr std::chrono::minutes kRefreshPeriod{5};
-    // Repeated-phrase counting: a phrase (the typing between two line ends) of at least this
-    // many words and characters, typed this many times within the reset period, is offered.
-    static constexpr int kPhraseMinWords = 3;
-    static constexpr std::size_t kPhraseMinBytes = 12;
-    static constexpr std::size_t kPhraseMaxBytes = 200;
-    static constexpr std::int64_t kPhraseThreshold = 3;
-    static constexpr std::size_t kPhraseMemory = 100;
-    static constexpr std::chrono::minutes kPhraseResetPeriod{60};
 
     static constexpr std::string_view kSuggestionMessage =
         "You've typed this a few times — make it a snippet?";
@@ -220,7 +212,6 @@ private:
     bool holdKeys();
     void releaseHeldKeys();
     std::optional<std::size_t> keywordAmongHeldKeys(const std::vector<KeyboardEvent>& held);
-    bool saveUserClipboard();
     void putKeywordBack();
     std::int64_t counterValue(std::string_view snippetID) const;
     void advanceCounter(std::string_view snippetID);
@@ -231,19 +222,17 @@ private:
     void armUndo();
     void disarmUndo();
 
-    void writeClipboard(PasteboardSnapshot content);
     std::optional<KeyChord> pasteChordFor(const std::optional<ActiveWindow>& window) const;
-    void scheduleRestore(std::chrono::milliseconds delay);
-    void restoreClipboard();
 
-    void notePhraseText(std::string_view text);
     void endPhrase();
-    void wipePhrases();
+    bool typingIsSecret();
+    bool keyboardGrabbedElsewhere();
 
     ExpansionContext makeContext();
     std::string snippetIDFor(std::string_view keyword) const;
 
     Collaborators c_;
+    PasteClipboard pasteClipboard_;
     KeyboardWatcher* watcher_ = nullptr;
     TypedBuffer buffer_;
     KeywordTable triggers_;
@@ -275,26 +264,15 @@ private:
     std::chrono::milliseconds waitedForRelease_{0};
     std::vector<KeyboardEvent> heldEvents_;
     bool replayingHeld_ = false;
+    bool ownGrabDuringReplay_ = false;
     bool lastHeldEvent_ = false;
 
     // The snippet whose body is being rendered, and the one whose render asked for its counter.
     std::string renderingSnippet_;
     std::string counterUsedBy_;
 
-    std::optional<PasteboardSnapshot> savedClipboard_;
-    bool wroteOurs_ = false;
-    bool pastePressed_ = false;
-    bool restoreAfterPull_ = false;
-    std::optional<Scheduler::TaskID> clipboardRestoreTask_;
 
-    std::string phraseBuffer_;
-    bool phraseOverflow_ = false;
-    // Phrases seen lately with their counts, oldest first; a short list, searched at line ends.
-    struct PhraseCount {
-        std::string phrase;
-        std::int64_t count = 0;
-    };
-    std::deque<PhraseCount> phraseCounts_;
+    PhraseCounter phrases_;
     std::optional<Scheduler::TaskID> phraseResetTask_;
     std::optional<Scheduler::TaskID> refreshTask_;
 

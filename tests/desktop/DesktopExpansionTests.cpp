@@ -1,8 +1,6 @@
 // The real marlune-app in GUI mode on the test display, a real Qt text field, xdotool as the
 // typist and xclip as the other application.
-#include "support/Desktop.h"
-#include "support/Process.h"
-#include "support/TempDir.h"
+#include "DesktopAppTest.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -26,8 +24,6 @@ using namespace std::chrono_literals;
 using test::BackgroundProcess;
 using test::runProcess;
 
-const std::string appPath = MARLUNE_APP_PATH;
-const std::string toolPath = MARLUNE_TOOL_PATH;
 const std::string fieldPath = MARLUNE_TEST_FIELD;
 
 struct FieldState {
@@ -35,77 +31,40 @@ struct FieldState {
     std::string text;
 };
 
-class DesktopExpansion : public ::testing::Test {
+class DesktopExpansion : public test::DesktopAppTest {
 protected:
     void SetUp() override { start(""); }
 
-    // `settings`: the settings file the application starts with.
     void start(const std::string& settings) {
-        const char* display = std::getenv("DISPLAY");
-        xdotool = test::findProgram("xdotool");
-        xclip = test::findProgram("xclip");
-        if (display == nullptr || *display == '\0' || xdotool.empty() || xclip.empty()) {
-            GTEST_SKIP() << "needs a display, xdotool and xclip (run through scripts/test-session.sh)";
+        DesktopAppTest::start(settings);
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
         }
-        home = dir.path() / "home";
-        fs::create_directories(home);
-        ::chmod(home.c_str(), 0700);
-        if (!settings.empty()) {
-            std::ofstream(home / "settings.json") << settings;
-        }
-        app = std::make_unique<BackgroundProcess>(std::vector<std::string>{appPath}, environment(),
-                                                  dir / "app.log");
-        ASSERT_TRUE(test::waitUntil([&] { return tool({"ping"}).exitStatus == 0; }, 10s))
-            << "marlune-app did not answer; its log:\n" << app->log();
-        ASSERT_TRUE(test::waitUntil([&] { return app->log().find("Text expansion: on") != std::string::npos; }))
-            << app->log();
         snippet("sig", "Kind regards");
         snippet("addr", "Dear {@cursor@}, thanks");
         snippet("greet", "Hi {@text|name=Name|default=there@}!");
-    }
-
-    void TearDown() override {
-        field.reset();
-        if (app) {
-            app->stop();
-        }
-    }
-
-    std::map<std::string, std::string> environment() const {
-        return {{"MARLUNE_HOME", home.string()}, {"WAYLAND_DISPLAY", ""}, {"TZ", "UTC"}};
-    }
-
-    test::ProcessResult tool(std::vector<std::string> args) {
-        args.insert(args.begin(), toolPath);
-        args.push_back("--no-launch");
-        return runProcess(args, environment());
-    }
-
-    void snippet(const std::string& keyword, const std::string& content) {
-        const auto made = tool({"snippet", "create", keyword, "--keyword", keyword, "--content", content});
-        ASSERT_EQ(made.exitStatus, 0) << made.err;
     }
 
     void openField(bool grab = false) { openField(std::string(grab ? "--grab" : "")); }
 
     void openField(const std::string& mode) {
         const bool grab = mode == "--grab";
-        field.reset();
+        window.reset();
         report = dir / "field.txt";
         fs::remove(report);
         std::vector<std::string> argv{fieldPath, report.string()};
         if (!mode.empty()) {
             argv.push_back(mode);
         }
-        field = std::make_unique<BackgroundProcess>(argv, std::map<std::string, std::string>{},
+        window = std::make_unique<BackgroundProcess>(argv, std::map<std::string, std::string>{},
                                                     dir / "field.log");
-        std::string window;
+        std::string id;
         ASSERT_TRUE(test::waitUntil([&] {
-            window = test::windowIdIn(field->log()).value_or("");
-            return !window.empty();
-        })) << field->log();
+            id = test::windowIdIn(window->log()).value_or("");
+            return !id.empty();
+        })) << window->log();
         if (!grab) {
-            const auto focused = runProcess({xdotool, "windowfocus", "--sync", window});
+            const auto focused = runProcess({xdotool, "windowfocus", "--sync", id});
             ASSERT_EQ(focused.exitStatus, 0) << focused.err;
         }
         ASSERT_TRUE(test::waitUntil([&] { return fs::exists(report); }));
@@ -143,29 +102,7 @@ protected:
         return runProcess({xdotool, "search", "--onlyvisible", "--name", "Fill in"}).exitStatus == 0;
     }
 
-    // Another application owns the clipboard with these bytes under `type`.
-    void copyWithXclip(const std::string& type, const std::string& bytes) {
-        const fs::path file = dir / "clip.bin";
-        std::ofstream(file, std::ios::binary) << bytes;
-        // xclip stays behind to serve the selection; its output must not hold our pipes open.
-        const auto copied = runProcess({"/bin/sh", "-c",
-                                        "\"$0\" -selection clipboard -t \"$1\" -i \"$2\" "
-                                        ">/dev/null 2>&1",
-                                        xclip, type, file.string()});
-        ASSERT_EQ(copied.exitStatus, 0) << copied.err;
-    }
-
-    std::string clipboardAs(const std::string& type) {
-        return runProcess({xclip, "-selection", "clipboard", "-o", "-t", type}).out;
-    }
-
-    test::TempDir dir;
-    fs::path home;
     fs::path report;
-    std::string xdotool;
-    std::string xclip;
-    std::unique_ptr<BackgroundProcess> app;
-    std::unique_ptr<BackgroundProcess> field;
 };
 
 struct ClipboardCase {

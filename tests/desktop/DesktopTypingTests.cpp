@@ -2,9 +2,7 @@
 // xdotool as the typist at several speeds, and the fields of real toolkits and terminals: what
 // comes out must be exactly what was typed with each keyword replaced, and the user's
 // clipboard must be what it was, byte for byte.
-#include "support/Desktop.h"
-#include "support/Process.h"
-#include "support/TempDir.h"
+#include "DesktopAppTest.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -26,8 +24,6 @@ using namespace std::chrono_literals;
 using test::BackgroundProcess;
 using test::runProcess;
 
-const std::string appPath = MARLUNE_APP_PATH;
-const std::string toolPath = MARLUNE_TOOL_PATH;
 const std::string fieldPath = MARLUNE_TEST_FIELD;
 const std::string tkFieldPath = MARLUNE_TK_FIELD;
 const std::string screenshotPath = MARLUNE_SCREENSHOT;
@@ -64,52 +60,18 @@ std::vector<ClipboardContent> userClipboards() {
     };
 }
 
-class DesktopTyping : public ::testing::Test {
+class DesktopTyping : public test::DesktopAppTest {
 protected:
     void SetUp() override {
-        xdotool = test::findProgram("xdotool");
-        xclip = test::findProgram("xclip");
-        if (!test::hasDisplay() || xdotool.empty() || xclip.empty()) {
-            GTEST_SKIP() << "needs a display, xdotool and xclip (run through scripts/test-session.sh)";
+        start();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
         }
-        home = dir.path() / "home";
-        fs::create_directories(home);
-        ::chmod(home.c_str(), 0700);
         readLine = dir.path() / "read-line.sh";
         std::ofstream(readLine) << "IFS= read -r line\nprintf '%s' \"$line\" > \"$1.part\" && "
                                    "mv \"$1.part\" \"$1\"\n";
-        app = std::make_unique<BackgroundProcess>(std::vector<std::string>{appPath}, environment(),
-                                                  dir / "app.log");
-        ASSERT_TRUE(test::waitUntil([&] { return tool({"ping"}).exitStatus == 0; }, 10s))
-            << "marlune-app did not answer; its log:\n" << app->log();
-        ASSERT_TRUE(test::waitUntil(
-            [&] { return app->log().find("Text expansion: on") != std::string::npos; }))
-            << app->log();
         snippet("sig", "Kind regards");
         snippet("addr", "12 Harbour Road");
-    }
-
-    void TearDown() override {
-        window.reset();
-        if (app) {
-            app->stop();
-        }
-    }
-
-    std::map<std::string, std::string> environment() const {
-        return {{"MARLUNE_HOME", home.string()}, {"WAYLAND_DISPLAY", ""}, {"TZ", "UTC"}};
-    }
-
-    test::ProcessResult tool(std::vector<std::string> args) {
-        args.insert(args.begin(), toolPath);
-        args.push_back("--no-launch");
-        return runProcess(args, environment());
-    }
-
-    void snippet(const std::string& keyword, const std::string& content) {
-        const auto made =
-            tool({"snippet", "create", keyword, "--keyword", keyword, "--content", content});
-        ASSERT_EQ(made.exitStatus, 0) << made.err;
     }
 
     // Starts the target's window and gives it the keyboard focus (there is no window manager).
@@ -141,20 +103,10 @@ protected:
         return runProcess({xdotool, "windowfocus", "--sync", id}).exitStatus == 0;
     }
 
-    void copyWithXclip(const std::string& type, const std::string& bytes) {
-        const fs::path file = dir / "clip.bin";
-        std::ofstream(file, std::ios::binary) << bytes;
-        // xclip stays behind to serve the selection; its output must not hold our pipes open.
-        const auto copied = runProcess({"/bin/sh", "-c",
-                                        "\"$0\" -selection clipboard -t \"$1\" -i \"$2\" "
-                                        ">/dev/null 2>&1",
-                                        xclip, type, file.string()});
-        ASSERT_EQ(copied.exitStatus, 0) << copied.err;
+    // Another application owns the clipboard, and it reads back as given.
+    void copyAndCheck(const std::string& type, const std::string& bytes) {
+        copyWithXclip(type, bytes);
         ASSERT_TRUE(test::waitUntil([&] { return clipboardAs(type) == bytes; }));
-    }
-
-    std::string clipboardAs(const std::string& type) {
-        return runProcess({xclip, "-selection", "clipboard", "-o", "-t", type}).out;
     }
 
     void screenshot(const std::string& name) {
@@ -166,13 +118,7 @@ protected:
         runProcess({screenshotPath, (fs::path(folder) / (name + ".png")).string()});
     }
 
-    test::TempDir dir;
-    fs::path home;
     fs::path readLine;
-    std::string xdotool;
-    std::string xclip;
-    std::unique_ptr<BackgroundProcess> app;
-    std::unique_ptr<BackgroundProcess> window;
 };
 
 std::vector<Target> targets() {
@@ -227,7 +173,7 @@ TEST_F(DesktopTyping, TypingOnAfterAKeywordKeepsEveryKeyInEveryToolkitAndTheClip
             const auto& clipboard = clipboards[run++ % clipboards.size()];
             SCOPED_TRACE(std::string(target.name) + ", " + std::to_string(delay) +
                          " ms a key, clipboard: " + clipboard.name);
-            copyWithXclip(clipboard.type, clipboard.bytes);
+            copyAndCheck(clipboard.type, clipboard.bytes);
             const fs::path result = dir / "result.txt";
             const std::string title = "Marlune typing " + std::to_string(run);
             ASSERT_TRUE(open(target, result, title)) << window->log();
@@ -268,7 +214,7 @@ TEST_F(DesktopTyping, TypingOnAfterAKeywordKeepsEveryKeyInEveryToolkitAndTheClip
 TEST_F(DesktopTyping, CommandLineCopiesAreReadableAsEveryClassicTextTarget) {
     // Tk, xclip, rxvt-unicode and Emacs ask for UTF8_STRING, STRING or TEXT, never for a MIME
     // type.
-    copyWithXclip("UTF8_STRING", "Copied once in another application");
+    copyAndCheck("UTF8_STRING", "Copied once in another application");
     std::string id;
     ASSERT_TRUE(test::waitUntil([&] {
         const auto listed =
@@ -285,7 +231,7 @@ TEST_F(DesktopTyping, CommandLineCopiesAreReadableAsEveryClassicTextTarget) {
                 << target << ": " << clipboardAs(target);
         }
     };
-    copyWithXclip("UTF8_STRING", "something else");
+    copyAndCheck("UTF8_STRING", "something else");
     const auto clipCopied = tool({"clip", "copy", id});
     ASSERT_EQ(clipCopied.exitStatus, 0) << clipCopied.err << clipCopied.out;
     wanted("Copied once in another application");

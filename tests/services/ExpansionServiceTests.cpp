@@ -112,6 +112,7 @@ protected:
         settings = std::make_unique<Settings>(
             Settings::load(library.dir.path() / "settings.json", testNow()));
         windows.window = ActiveWindow{"firefox", "Mail", 4242};
+        grab.alsoGrabbed = [this] { return injector.holding; };
         addSnippet("sig", "Kind regards");
     }
 

@@ -4,6 +4,7 @@
 #include "Marlune/KeyboardGrabProbe.h"
 
 #include <deque>
+#include <functional>
 
 namespace marlune::test {
 
@@ -25,10 +26,15 @@ public:
     int queries = 0;
 };
 
+// `alsoGrabbed` plays a grab of our own that the probe, on a connection of its own, cannot
+// tell from another client's (the injector holding the user's keys).
 class FakeKeyboardGrabProbe : public KeyboardGrabProbe {
 public:
-    bool keyboardGrabbedByAnotherClient() override { return grabbed; }
+    bool keyboardGrabbedByAnotherClient() override {
+        return grabbed || (alsoGrabbed && alsoGrabbed());
+    }
     bool grabbed = false;
+    std::function<bool()> alsoGrabbed;
 };
 
 } // namespace marlune::test
