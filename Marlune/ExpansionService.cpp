@@ -82,7 +82,8 @@ void ExpansionService::start(KeyboardWatcher& watcher) {
     watcher.setHandler([this](const KeyboardEvent& event) { handle(event); });
     refresh();
     refreshTask_ = c_.scheduler.every(kRefreshPeriod, [this] { refresh(); });
-    phraseResetTask_ = c_.scheduler.every(PhraseCounter::kResetPeriod, [this] { phrases_.forgetAll(); });
+    phraseResetTask_ =
+        c_.scheduler.every(PhraseCounter::kResetPeriod, [this] { phrases_.forgetAll(); });
     isRunning_ = true;
 }
 
@@ -332,11 +333,12 @@ void ExpansionService::verifyAndCommit(TypedExpansion::Commit commit, int readsL
     }
     // Keys typed meanwhile are held; a click aborts, since the caret may have moved.
     pendingExpansion_ = true;
-    runTask_ = c_.scheduler.after(kVerifyRetry, [this, commit = std::move(commit), readsLeft]() mutable {
-        runTask_.reset();
-        pendingExpansion_ = false;
-        verifyAndCommit(std::move(commit), readsLeft - 1);
-    });
+    runTask_ =
+        c_.scheduler.after(kVerifyRetry, [this, commit = std::move(commit), readsLeft]() mutable {
+            runTask_.reset();
+            pendingExpansion_ = false;
+            verifyAndCommit(std::move(commit), readsLeft - 1);
+        });
 }
 
 void ExpansionService::openFillIn(TypedExpansion::FillInRequest request) {
@@ -735,8 +737,9 @@ void ExpansionService::releaseHeldKeys() {
     const std::size_t through = keyword ? *keyword + 1 : held.size();
     if (keyword) {
         c_.injector.sendOnHeldKeys(through);
-        heldEvents_.assign(std::make_move_iterator(held.begin() + static_cast<std::ptrdiff_t>(through)),
-                           std::make_move_iterator(held.end()));
+        heldEvents_.assign(
+            std::make_move_iterator(held.begin() + static_cast<std::ptrdiff_t>(through)),
+            std::make_move_iterator(held.end()));
         held.resize(through);
     } else {
         c_.injector.releaseKeys();
@@ -775,9 +778,9 @@ ExpansionService::keywordAmongHeldKeys(const std::vector<KeyboardEvent>& held) {
             }
             scratch.appendKeyText(typed->text);
             const std::string_view text = scratch.text();
-            const auto decision = TypedExpansion::decide(
-                text, text.substr(0, text.size() - typed->text.size()), prefix_, true, lookup_,
-                keystrokeContext_);
+            const auto decision =
+                TypedExpansion::decide(text, text.substr(0, text.size() - typed->text.size()),
+                                       prefix_, true, lookup_, keystrokeContext_);
             const auto* commit = std::get_if<TypedExpansion::Commit>(&decision);
             if (commit != nullptr && !buffer_.isSuppressed(commit->typedToken)) {
                 return i;
@@ -893,8 +896,8 @@ void ExpansionService::pastePulled() {
 }
 
 void ExpansionService::endPhrase() {
-    if (const auto phrase = phrases_.endedPhrase(); phrase && !paused_ && !typingIsSecret() &&
-                                                     phrases_.count(*phrase)) {
+    if (const auto phrase = phrases_.endedPhrase();
+        phrase && !paused_ && !typingIsSecret() && phrases_.count(*phrase)) {
         c_.notifier.suggestSnippet(kSuggestionMessage, *phrase);
     }
     phrases_.clearLine();

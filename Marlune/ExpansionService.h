@@ -271,7 +271,6 @@ private:
     std::string renderingSnippet_;
     std::string counterUsedBy_;
 
-
     PhraseCounter phrases_;
     std::optional<Scheduler::TaskID> phraseResetTask_;
     std::optional<Scheduler::TaskID> refreshTask_;

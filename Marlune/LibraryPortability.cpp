@@ -478,12 +478,13 @@ LibraryPortability::ImportResult LibraryPortability::apply(const DataDocumentDTO
                 ++result.restoredSnippets;
             }
             std::string keyword = s.dto->keyword;
-            const auto refusal = keyword == prefix ? std::optional(KeywordRules::refusalForPrefixOnly(prefix))
-                                                   : KeywordRules::check(keyword, prefix);
+            const auto refusal = keyword == prefix
+                                     ? std::optional(KeywordRules::refusalForPrefixOnly(prefix))
+                                     : KeywordRules::check(keyword, prefix);
             if (refusal) {
                 result.refusedKeywords.push_back("The keyword \"" + keyword + "\" of \"" +
-                                                 s.dto->title + "\" was left out: " +
-                                                 refusal->message);
+                                                 s.dto->title +
+                                                 "\" was left out: " + refusal->message);
                 keyword.clear();
             }
             auto& stmt = isNew ? insert : update;

@@ -1,9 +1,9 @@
 #include "Platform/XTestKeyInjector.h"
 
 #include <array>
+#include <cstdlib>
 #include <optional>
 #include <set>
-#include <cstdlib>
 #include <xcb/xcb.h>
 // xcb's XKB header names a field "explicit", which C++ reserves.
 #define explicit explicit_
@@ -310,8 +310,8 @@ InjectionOutcome XTestKeyInjector::finish() {
     xcb_connection_t* c = connection_.get();
     std::optional<xcb_grab_keyboard_cookie_t> regrab;
     if (holding_) {
-        regrab = xcb_grab_keyboard(c, 0, connection_.root(), XCB_CURRENT_TIME,
-                                   XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+        regrab = xcb_grab_keyboard(c, 0, connection_.root(), XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC,
+                                   XCB_GRAB_MODE_ASYNC);
     }
     xcb_flush(c);
     connection_.sync();
@@ -331,11 +331,11 @@ InjectionOutcome XTestKeyInjector::finish() {
 
 bool XTestKeyInjector::grab() {
     xcb_connection_t* c = connection_.get();
-    std::unique_ptr<xcb_grab_keyboard_reply_t, FreeDeleter> reply(xcb_grab_keyboard_reply(
-        c,
-        xcb_grab_keyboard(c, 0, connection_.root(), XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC,
-                          XCB_GRAB_MODE_ASYNC),
-        nullptr));
+    std::unique_ptr<xcb_grab_keyboard_reply_t, FreeDeleter> reply(
+        xcb_grab_keyboard_reply(c,
+                                xcb_grab_keyboard(c, 0, connection_.root(), XCB_CURRENT_TIME,
+                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
+                                nullptr));
     return reply != nullptr && reply->status == XCB_GRAB_STATUS_SUCCESS;
 }
 

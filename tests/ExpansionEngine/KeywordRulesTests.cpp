@@ -29,19 +29,18 @@ TEST(KeywordRules, KeywordsThatCouldNeverBeTypedAreRefused) {
         {"a b", Problem::whitespace},
         {"a\tb", Problem::whitespace},
         {"ab\n", Problem::whitespace},
-        {"a\u00a0b", Problem::whitespace},  // no-break space
-        {"a\u2003b", Problem::whitespace},  // em space
+        {"a\u00a0b", Problem::whitespace},     // no-break space
+        {"a\u2003b", Problem::whitespace},     // em space
         {"日本\u3000語", Problem::whitespace}, // ideographic space
         {"\u0301sig", Problem::leadingCombiningMark},
-        {"\ufe0fsig", Problem::leadingCombiningMark}, // variation selector
+        {"\ufe0fsig", Problem::leadingCombiningMark},     // variation selector
         {"\U0001f3fdsig", Problem::leadingCombiningMark}, // skin tone
         {"\u200dsig", Problem::leadingCombiningMark},     // zero-width joiner
         {"a;b", Problem::containsPrefix},
     };
     for (const auto& c : cases) {
         const auto refusal = KeywordRules::check(c.keyword, ";");
-        EXPECT_EQ(refusal ? std::optional(refusal->problem) : std::nullopt, c.problem)
-            << c.keyword;
+        EXPECT_EQ(refusal ? std::optional(refusal->problem) : std::nullopt, c.problem) << c.keyword;
         if (refusal) {
             EXPECT_TRUE(refusal->message.ends_with(".")) << refusal->message;
         }
@@ -74,7 +73,8 @@ TEST(KeywordRules, KeywordEndingInAMultiCodePointEmojiExpandsOnItsLastCodePoint)
         for (std::size_t i = 0; i < c.keys.size(); ++i) {
             const std::string before = buffer.text();
             buffer.appendKeyText(c.keys[i]);
-            auto decision = TypedExpansion::decide(buffer.text(), before, ";", true, lookup, context);
+            auto decision =
+                TypedExpansion::decide(buffer.text(), before, ";", true, lookup, context);
             if (auto* found = std::get_if<TypedExpansion::Commit>(&decision)) {
                 commit = *found;
                 decidedAt = i;

@@ -28,7 +28,8 @@ protected:
         xdotool = findProgram("xdotool");
         xclip = findProgram("xclip");
         if (!hasDisplay() || xdotool.empty() || xclip.empty()) {
-            GTEST_SKIP() << "needs a display, xdotool and xclip (run through scripts/test-session.sh)";
+            GTEST_SKIP()
+                << "needs a display, xdotool and xclip (run through scripts/test-session.sh)";
         }
         home = dir.path() / "home";
         std::filesystem::create_directories(home);
@@ -39,10 +40,11 @@ protected:
         app = std::make_unique<BackgroundProcess>(std::vector<std::string>{MARLUNE_APP_PATH},
                                                   environment(), dir / "app.log");
         ASSERT_TRUE(waitUntil([&] { return tool({"ping"}).exitStatus == 0; }, 10s))
-            << "marlune-app did not answer; its log:\n" << app->log();
-        ASSERT_TRUE(
-            waitUntil([&] { return app->log().find("Text expansion: on") != std::string::npos; }))
+            << "marlune-app did not answer; its log:\n"
             << app->log();
+        ASSERT_TRUE(waitUntil([&] {
+            return app->log().find("Text expansion: on") != std::string::npos;
+        })) << app->log();
     }
 
     void TearDown() override {

@@ -54,7 +54,8 @@ std::vector<ClipboardContent> userClipboards() {
     return {
         {"plain text", "UTF8_STRING", "the user's own text, ünïcode included"},
         {"PNG image", "image/png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\xff\x01", 18)},
-        {"GIF image", "image/gif", std::string("GIF89a\x01\0\x01\0\x80\0\0\xff\xff\xff\0\0\0!", 19)},
+        {"GIF image", "image/gif",
+         std::string("GIF89a\x01\0\x01\0\x80\0\0\xff\xff\xff\0\0\0!", 19)},
         {"URI list", "text/uri-list", "file:///home/ada/report.pdf\r\nfile:///home/ada/b.txt\r\n"},
         {"9 MB text", "UTF8_STRING", big},
     };
@@ -125,8 +126,9 @@ std::vector<Target> targets() {
     const auto shellIn = [](std::string program, std::string titleFlag) {
         return [program, titleFlag](const fs::path& result, const std::string& title,
                                     const fs::path& readLine) {
-            return std::vector<std::string>{test::findProgram(program), titleFlag, title, "-e",
-                                            "sh", readLine.string(), result.string()};
+            return std::vector<std::string>{
+                test::findProgram(program), titleFlag,      title, "-e", "sh",
+                readLine.string(),          result.string()};
         };
     };
     return {
@@ -152,9 +154,9 @@ std::vector<Target> targets() {
         {"rxvt-unicode", "urxvt", shellIn("urxvt", "-title")},
         {"lxterminal", "lxterminal",
          [](const fs::path& result, const std::string& title, const fs::path& readLine) {
-             return std::vector<std::string>{test::findProgram("lxterminal"), "--no-remote", "-t",
-                                             title, "--command=sh " + readLine.string() + " " +
-                                                        result.string()};
+             return std::vector<std::string>{
+                 test::findProgram("lxterminal"), "--no-remote", "-t", title,
+                 "--command=sh " + readLine.string() + " " + result.string()};
          }},
     };
 }
@@ -202,8 +204,8 @@ TEST_F(DesktopTyping, TypingOnAfterAKeywordKeepsEveryKeyInEveryToolkitAndTheClip
                 screenshot(std::string("typing-") + target.name);
             }
             EXPECT_EQ(got, expected) << app->log();
-            EXPECT_TRUE(test::waitUntil([&] { return clipboardAs(clipboard.type) == clipboard.bytes; },
-                                        4s))
+            EXPECT_TRUE(
+                test::waitUntil([&] { return clipboardAs(clipboard.type) == clipboard.bytes; }, 4s))
                 << "clipboard now has " << clipboardAs(clipboard.type).size() << " bytes";
             window.reset();
         }
@@ -247,12 +249,11 @@ TEST_F(DesktopTyping, BoardCaptureInXtermTakesTheSelectionWithoutInterruptingThe
     const fs::path result = dir / "after.txt";
     const fs::path script = dir / "capture.sh";
     std::ofstream(script) << "echo plumber\nIFS= read -r line\nprintf '%s' \"$line\" > \"$1\"\n";
-    const Target xterm{"xterm", "xterm",
-                       [&](const fs::path& out, const std::string& title, const fs::path&) {
-                           return std::vector<std::string>{test::findProgram("xterm"), "-T",
-                                                           title, "-e", "sh", script.string(),
-                                                           out.string()};
-                       }};
+    const Target xterm{
+        "xterm", "xterm", [&](const fs::path& out, const std::string& title, const fs::path&) {
+            return std::vector<std::string>{
+                test::findProgram("xterm"), "-T", title, "-e", "sh", script.string(), out.string()};
+        }};
     ASSERT_TRUE(open(xterm, result, "Marlune capture")) << window->log();
     const auto id = runProcess({xdotool, "search", "--onlyvisible", "--name", "^Marlune capture$"})
                         .out.substr(0, 20);
@@ -264,9 +265,9 @@ TEST_F(DesktopTyping, BoardCaptureInXtermTakesTheSelectionWithoutInterruptingThe
         return runProcess({xclip, "-selection", "primary", "-o"}).out == "plumber";
     })) << runProcess({xclip, "-selection", "primary", "-o"}).out;
     runProcess({xdotool, "key", "ctrl+alt+b"});
-    ASSERT_TRUE(test::waitUntil(
-        [&] { return app->log().find("Board: Captured") != std::string::npos; }))
-        << app->log();
+    ASSERT_TRUE(test::waitUntil([&] {
+        return app->log().find("Board: Captured") != std::string::npos;
+    })) << app->log();
     screenshot("board-capture-xterm");
     // The shell is still reading its line: a Ctrl+C would have ended it.
     runProcess({xdotool, "type", "--delay", "30", "still here"});
