@@ -2,6 +2,8 @@
 
 #include "ExpansionEngine/Graphemes.h"
 #include "ExpansionEngine/HostLocale.h"
+#include "Marlune/DeletionKeys.h"
+#include "Marlune/WindowClassKind.h"
 #include "MarluneCore/Log.h"
 #include "MarluneCore/ProfileStore.h"
 #include "MarluneCore/SnippetStore.h"
@@ -444,9 +446,15 @@ void ExpansionService::beginCommit(const TypedExpansion::Commit& commit, std::st
     auto pause = leadIn;
     for (const auto& step : commit.steps) {
         if (const auto* del = std::get_if<injection::DeleteBackward>(&step)) {
-            run.actions.push_back(
-                {Action::Kind::inject, pause, keyinjection::Backspaces{del->count}});
-            pause = {};
+            // The keys that delete the typed keyword as this window counts characters.
+            const bool wholeToken = del->count == Graphemes::count(commit.typedToken);
+            const auto keys = wholeToken
+                                  ? deletionKeys(commit.typedToken, typesInLineEditor(window))
+                                  : std::vector<KeyInjection>{keyinjection::Backspaces{del->count}};
+            for (const auto& key : keys) {
+                run.actions.push_back({Action::Kind::inject, pause, key});
+                pause = {};
+            }
         } else if (std::holds_alternative<injection::Settle>(step)) {
             pause += kSettleDelay;
         } else if (const auto* paste = std::get_if<injection::Paste>(&step)) {
@@ -474,6 +482,10 @@ void ExpansionService::beginCommit(const TypedExpansion::Commit& commit, std::st
     buffer_.clear();
     phrases_.abandonLine();
     startRun(std::move(run));
+}
+
+bool ExpansionService::typesInLineEditor(const std::optional<ActiveWindow>& window) {
+    return window && windowClassKind(window->bundleIdentifier) != WindowClassKind::ordinary;
 }
 
 std::optional<KeyChord>

@@ -223,6 +223,8 @@ private:
     void disarmUndo();
 
     std::optional<KeyChord> pasteChordFor(const std::optional<ActiveWindow>& window) const;
+    // Terminals: their line editors take one BackSpace per code point and know no selection.
+    static bool typesInLineEditor(const std::optional<ActiveWindow>& window);
 
     void endPhrase();
     bool typingIsSecret();

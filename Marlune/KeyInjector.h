@@ -27,6 +27,11 @@ struct CaretRight {
     std::int64_t count = 0;
     friend bool operator==(const CaretRight&, const CaretRight&) = default;
 };
+// Shift+Left: selects the characters before the caret, whole, whatever they are made of.
+struct SelectLeft {
+    std::int64_t count = 0;
+    friend bool operator==(const SelectLeft&, const SelectLeft&) = default;
+};
 // Types the text key by key, for windows that refuse a paste from synthetic keys. The text is
 // wiped when the step is freed.
 struct TypeText {
@@ -48,7 +53,7 @@ struct TypeText {
 
 using KeyInjection =
     std::variant<keyinjection::Backspaces, keyinjection::PressChord, keyinjection::CaretLeft,
-                 keyinjection::CaretRight, keyinjection::TypeText>;
+                 keyinjection::CaretRight, keyinjection::TypeText, keyinjection::SelectLeft>;
 
 struct InjectionDone {
     friend bool operator==(const InjectionDone&, const InjectionDone&) = default;

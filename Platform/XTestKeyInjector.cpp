@@ -460,6 +460,17 @@ InjectionOutcome XTestKeyInjector::repeat(std::uint32_t keysym, std::int64_t cou
     return finish();
 }
 
+InjectionOutcome XTestKeyInjector::repeatChord(const KeyChord& keyChord, std::int64_t count) {
+    const auto stroke = strokeForChord(keyChord);
+    if (!stroke) {
+        return noKeyFor(keyChord.keysym);
+    }
+    for (std::int64_t i = 0; i < count; ++i) {
+        tap(*stroke);
+    }
+    return finish();
+}
+
 InjectionOutcome XTestKeyInjector::chord(const KeyChord& keyChord) {
     const auto stroke = strokeForChord(keyChord);
     if (!stroke) {
@@ -516,6 +527,9 @@ InjectionOutcome XTestKeyInjector::inject(const KeyInjection& step) {
                 return repeat(XKB_KEY_Left, s.count);
             } else if constexpr (std::is_same_v<Step, keyinjection::CaretRight>) {
                 return repeat(XKB_KEY_Right, s.count);
+            } else if constexpr (std::is_same_v<Step, keyinjection::SelectLeft>) {
+                return repeatChord(KeyChord{KeyModifiers{true, false, false, false}, XKB_KEY_Left},
+                                   s.count);
             } else {
                 return type(s.text);
             }

@@ -67,6 +67,7 @@ private:
     void tap(const KeyStroke& stroke);
     InjectionOutcome repeat(std::uint32_t keysym, std::int64_t count);
     InjectionOutcome chord(const KeyChord& chord);
+    InjectionOutcome repeatChord(const KeyChord& chord, std::int64_t count);
     InjectionOutcome type(std::string_view text);
     InjectionOutcome finish();
     bool grab();

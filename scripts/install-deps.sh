@@ -15,7 +15,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   xvfb xdotool xclip dbus dbus-x11 gnome-keyring libsecret-tools
   # real applications the desktop tests type into: GTK, Tk and terminals
-  zenity python3-tk xterm rxvt-unicode lxterminal
+  zenity python3-tk xterm rxvt-unicode lxterminal x11-xserver-utils
   # tools the scripts use
   python3 procps
 )

@@ -213,6 +213,73 @@ TEST_F(DesktopTyping, TypingOnAfterAKeywordKeepsEveryKeyInEveryToolkitAndTheClip
     EXPECT_EQ(app->log().find("keys-not-held"), std::string::npos) << app->log();
 }
 
+// Keys that type an emoji, a skin tone and a joiner, as a user's own layout may have them.
+class EmojiKeys {
+public:
+    explicit EmojiKeys(std::string xmodmap) : xmodmap_(std::move(xmodmap)) {
+        ok_ = runProcess({xmodmap_, "-e", "keycode 200 = U1F44D", "-e", "keycode 201 = U1F3FD",
+                          "-e", "keycode 202 = U1F469", "-e", "keycode 203 = U200D", "-e",
+                          "keycode 204 = U1F4BB"})
+                  .exitStatus == 0;
+    }
+    ~EmojiKeys() {
+        for (const char* keycode : {"200", "201", "202", "203", "204"}) {
+            runProcess({xmodmap_, "-e", std::string("keycode ") + keycode + " ="});
+        }
+    }
+    bool ok() const { return ok_; }
+
+private:
+    std::string xmodmap_;
+    bool ok_ = false;
+};
+
+TEST_F(DesktopTyping, KeywordsEndingInEmojiOfSeveralCodePointsAreDeletedWholeInQtAndGtk) {
+    // GTK deletes such a character with one BackSpace, Qt one code point at a time.
+    const auto xmodmap = test::findProgram("xmodmap");
+    ASSERT_FALSE(xmodmap.empty()) << "xmodmap is not installed (scripts/install-deps.sh)";
+    const EmojiKeys keys(xmodmap);
+    ASSERT_TRUE(keys.ok());
+    snippet("ok👍🏽", "fine by me");
+    snippet("dev👩‍💻", "developer");
+    const auto typeOn = [&] {
+        const auto keysAt = [&](std::vector<std::string> args) {
+            args.insert(args.begin(), {xdotool, "key", "--delay", "60"});
+            runProcess(args);
+        };
+        runProcess({xdotool, "type", "--delay", "60", "x ;ok"});
+        keysAt({"U1F44D", "U1F3FD"});
+        runProcess({xdotool, "type", "--delay", "60", " and ;dev"});
+        keysAt({"U1F469", "U200D", "U1F4BB"});
+        runProcess({xdotool, "type", "--delay", "60", " y"});
+    };
+    const std::string expected = "x fine by me and developer y";
+    for (const auto& target : targets()) {
+        if (std::string(target.name) != "Qt field" && std::string(target.name) != "GTK entry") {
+            continue;
+        }
+        SCOPED_TRACE(target.name);
+        const fs::path result = dir / "emoji.txt";
+        ASSERT_TRUE(open(target, result, "Marlune emoji")) << window->log();
+        typeOn();
+        std::string got;
+        if (target.reportsContinuously) {
+            test::waitUntil([&] { return test::fieldTextIn(result) == expected; }, 6s);
+            got = test::fieldTextIn(result);
+        } else {
+            std::this_thread::sleep_for(500ms);
+            runProcess({xdotool, "key", "Return"});
+            test::waitUntil([&] { return fs::exists(result); }, 6s);
+            got = test::readFile(result);
+            if (!got.empty() && got.back() == '\n') {
+                got.pop_back();
+            }
+        }
+        EXPECT_EQ(got, expected) << app->log();
+        window.reset();
+    }
+}
+
 TEST_F(DesktopTyping, CommandLineCopiesAreReadableAsEveryClassicTextTarget) {
     // Tk, xclip, rxvt-unicode and Emacs ask for UTF8_STRING, STRING or TEXT, never for a MIME
     // type.

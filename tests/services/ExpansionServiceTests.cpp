@@ -771,6 +771,28 @@ TEST_F(ExpansionServiceTest, CounterAdvancesOncePerInsertedExpansionOfItsOwnSnip
     EXPECT_EQ(expand(";form"), "Ann #2");
 }
 
+TEST_F(ExpansionServiceTest, KeywordEndingInAnEmojiIsDeletedAsTheWindowCountsCharacters) {
+    addSnippet("ok👍🏽", "fine");
+    const std::vector<std::pair<std::string, std::vector<KeyInjection>>> cases{
+        {"firefox",
+         {keyinjection::SelectLeft{1}, keyinjection::Backspaces{1}, keyinjection::Backspaces{3},
+          keyinjection::PressChord{kCtrlV}}},
+        {"URxvt", {keyinjection::Backspaces{5}, keyinjection::PressChord{kCtrlAltV}}},
+        {"XTerm", {keyinjection::Backspaces{5}, keyinjection::TypeText{"fine"}}},
+    };
+    for (const auto& [windowClass, expected] : cases) {
+        SCOPED_TRACE(windowClass);
+        service_.reset();
+        scheduler = ManualScheduler();
+        injector.steps.clear();
+        windows.window = ActiveWindow{windowClass, "Window", 7};
+        type(" ;ok👍");
+        watcher.type("🏽");
+        scheduler.advance(1000);
+        EXPECT_EQ(steps(), expected);
+    }
+}
+
 TEST_F(ExpansionServiceTest, SelectionPlaceholderIsTheSelectedText) {
     addSnippet("q", "“{@selection@}”");
     clipboard.selection = "to be quoted";
