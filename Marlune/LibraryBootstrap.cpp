@@ -29,6 +29,26 @@ OpenedLibrary openLibrary(const EnvironmentLookup& environment, Keyring* keyring
     const std::string device = DeviceIdentity::current().value_or(std::string());
     opened.container = MarluneStore::makeContainer(choices, opened.paths.libraryDirectory,
                                                    ClipCrypto(keys.current, keys.retired), device);
+    // A library sealed under a key that is not here reads as empty text everywhere, and the
+    // first edit would write that over the ciphertext: it is not opened at all.
+    if (LibraryResealer::checkKeys(opened.container->mainContext(), 8).keyMissing()) {
+        const auto& directory = opened.paths.libraryDirectory;
+        if (keys.source == ContentKeySource::fileCreated) {
+            // Made at this start, with nothing sealed under it: it would only stand in the way
+            // of the key file the user brings back.
+            std::error_code ignored;
+            std::filesystem::remove(directory / ContentKeyProvider::fileName, ignored);
+        }
+        throw ContentKeyError(
+            "The library in " + directory.string() +
+            " was sealed with a content key that is not here: neither the keyring item " +
+            std::string(ContentKeyProvider::itemName) + ", the file " +
+            (directory / ContentKeyProvider::fileName).string() +
+            " nor a retired key in content-keys-retired.json opens it. Nothing was changed. Put "
+            "the original key back (restore the keyring item, or copy the saved content-key file "
+            "into the library folder) and start Marlune again; to start a new library instead, "
+            "move " + directory.string() + " aside first.");
+    }
     if (!keys.retired.empty()) {
         // Content sealed under an older key still opens; moving it now lets the old keys go
         // unused. A failure here is not fatal: the values keep opening with the retired keys.

@@ -5,6 +5,7 @@
 #include "MarluneCore/Log.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <openssl/crypto.h>
 #include <sys/stat.h>
@@ -172,10 +173,23 @@ std::optional<SymmetricKey> ContentKeyProvider::readKeyFile() const {
                               "left as it is; restore it from a backup, or move it aside to "
                               "start a new library key.");
     }
-    // A copy restored from a backup may have come back readable by others.
+    // A key file someone else could have written, or can read, is not ours to trust: another
+    // user could have planted it in a loose folder to read what is sealed from then on.
     struct stat info {};
-    if (::stat(keyFile_.c_str(), &info) == 0 && (info.st_mode & 077) != 0) {
-        ::chmod(keyFile_.c_str(), 0600);
+    if (::lstat(keyFile_.c_str(), &info) != 0) {
+        ioFailure("Could not check the content key file", keyFile_, errno);
+    }
+    if (!S_ISREG(info.st_mode) || info.st_uid != ::getuid()) {
+        throw ContentKeyError("The content key file " + keyFile_.string() +
+                              " is not a file of yours, so Marlune will not use it. Remove it, "
+                              "or put your own key file in its place, and start Marlune again.");
+    }
+    if ((info.st_mode & 077) != 0) {
+        char mode[8];
+        std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
+        throw ContentKeyError("The content key file " + keyFile_.string() + " has mode " + mode +
+                              ", so other users can read or change it; Marlune will not use it. "
+                              "Make it private with: chmod 600 " + keyFile_.string());
     }
     return key;
 }

@@ -1,9 +1,11 @@
 #include "MarluneCore/LibraryResealer.h"
 
+#include "MarluneCore/ClipCrypto.h"
 #include "MarluneCore/ModelContext.h"
 #include "MarluneCore/Resealer.h"
 
 #include <array>
+#include <string>
 #include <string_view>
 
 namespace marlune {
@@ -55,6 +57,41 @@ std::int64_t LibraryResealer::resealAll(ModelContext& context, const Resealer& r
     }
     tx.commit();
     return rewritten;
+}
+
+LibraryResealer::KeyCheck LibraryResealer::checkKeys(ModelContext& context,
+                                                     std::int64_t perColumn) {
+    MainActor::assertIsolated();
+    auto& db = context.db();
+    const auto& crypto = context.crypto();
+    KeyCheck check;
+    for (const auto& sealed : sealedColumns) {
+        const std::string column(sealed.column);
+        auto scan =
+            db.prepare("SELECT " + column + " FROM " + std::string(sealed.table) + " WHERE " +
+                       column + " IS NOT NULL AND length(" + column + ") > 0 LIMIT ?1");
+        scan.bind(1, perColumn * 4);
+        std::int64_t seen = 0;
+        while (seen < perColumn && scan.step()) {
+            if (sealed.bytes) {
+                const auto stored = scan.blob(0);
+                if (!ClipCrypto::isSealedBytes(stored)) {
+                    continue;
+                }
+                ++seen;
+                check.opened += crypto.openBytes(stored) ? 1 : 0;
+            } else {
+                const auto stored = scan.textView(0);
+                if (!ClipCrypto::isSealedText(stored)) {
+                    continue;
+                }
+                ++seen;
+                check.opened += crypto.readText(stored) ? 1 : 0;
+            }
+        }
+        check.sealed += seen;
+    }
+    return check;
 }
 
 } // namespace marlune

@@ -47,7 +47,11 @@ class ContentKeyProviderTest : public ::testing::Test {
 protected:
     std::filesystem::path keyFile() const { return dir / "content-key"; }
     ContentKeys load(Keyring* ring) { return ContentKeyProvider(ring, dir.path()).load(kNow); }
-    void writeKeyFile(const std::string& text) { test::writeFileBytes(keyFile(), text); }
+    // As Marlune writes it: private to the user.
+    void writeKeyFile(const std::string& text) {
+        test::writeFileBytes(keyFile(), text);
+        ::chmod(keyFile().c_str(), 0600);
+    }
     std::optional<std::string> keyringSecret() const {
         const auto it = keyring.items.find(ContentKeyProvider::itemName);
         return it == keyring.items.end() ? std::nullopt : std::optional(it->second.secret);
@@ -158,6 +162,43 @@ TEST_F(ContentKeyProviderTest, MalformedKeyIsRefusedAndLeftInPlace) {
         } else {
             const auto bytes = test::readFileBytes(fresh / "content-key");
             EXPECT_EQ(std::string(bytes.begin(), bytes.end()), row.text) << row.what;
+        }
+    }
+}
+
+TEST_F(ContentKeyProviderTest, KeyFileOthersCanReadOrThatIsNotAFileIsRefusedUntouched) {
+    const auto key = SymmetricKey::random();
+    struct Row {
+        const char* what;
+        mode_t mode;
+        bool link;
+        const char* says;
+    };
+    const Row rows[] = {
+        {"readable by the group", 0640, false, "has mode 0640"},
+        {"writable by anyone", 0606, false, "has mode 0606"},
+        {"a link to a key elsewhere", 0600, true, "is not a file of yours"},
+    };
+    for (const auto& row : rows) {
+        test::TempDir fresh;
+        const auto file = fresh / "content-key";
+        if (row.link) {
+            test::writeFileBytes(fresh / "elsewhere", keyText(key));
+            ::chmod((fresh / "elsewhere").c_str(), 0600);
+            std::filesystem::create_symlink(fresh / "elsewhere", file);
+        } else {
+            test::writeFileBytes(file, keyText(key));
+            ::chmod(file.c_str(), row.mode);
+        }
+        try {
+            ContentKeyProvider(nullptr, fresh.path()).load(kNow);
+            ADD_FAILURE() << row.what << ": accepted";
+        } catch (const ContentKeyError& error) {
+            EXPECT_NE(std::string(error.what()).find(row.says), std::string::npos)
+                << row.what << ": " << error.what();
+        }
+        if (!row.link) {
+            EXPECT_EQ(modeOf(file), row.mode) << row.what << ": left as it was";
         }
     }
 }
