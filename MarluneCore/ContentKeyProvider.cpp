@@ -189,7 +189,8 @@ std::optional<SymmetricKey> ContentKeyProvider::readKeyFile() const {
         std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
         throw ContentKeyError("The content key file " + keyFile_.string() + " has mode " + mode +
                               ", so other users can read or change it; Marlune will not use it. "
-                              "Make it private with: chmod 600 " + keyFile_.string());
+                              "Make it private with: chmod 600 " +
+                              keyFile_.string());
     }
     return key;
 }
