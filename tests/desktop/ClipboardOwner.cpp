@@ -36,13 +36,13 @@ bool parse(const QStringList& args, Options& options) {
         } else if (arg == "--freeze") {
             options.freeze = true;
         } else if (arg == "--from-file" && i + 1 < args.size()) {
-            const QString& spec = args[++i];
-            const qsizetype eq = spec.indexOf('=');
-            QFile file(spec.mid(eq + 1));
+            const QString& typeAndPath = args[++i];
+            const qsizetype eq = typeAndPath.indexOf('=');
+            QFile file(typeAndPath.mid(eq + 1));
             if (eq <= 0 || !file.open(QIODevice::ReadOnly)) {
                 return false;
             }
-            options.targets.emplace_back(spec.left(eq), file.readAll());
+            options.targets.emplace_back(typeAndPath.left(eq), file.readAll());
         } else if (const qsizetype eq = arg.indexOf('='); eq > 0) {
             options.targets.emplace_back(arg.left(eq), arg.mid(eq + 1).toUtf8());
         } else {

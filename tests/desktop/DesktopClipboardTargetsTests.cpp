@@ -69,14 +69,7 @@ std::string describe(const std::optional<std::string>& bytes) {
 class DesktopClipboardTargets : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        if (!test::hasDisplay()) {
-            return;
-        }
-        qputenv("QT_QPA_PLATFORM", "xcb");
-        static int argc = 1;
-        static char name[] = "DesktopClipboardTargetsTests";
-        static char* argv[] = {name, nullptr};
-        application = new QGuiApplication(argc, argv);
+        application = test::startQtOnTestDisplay("DesktopClipboardTargetsTests");
     }
     static void TearDownTestSuite() {
         delete application;

@@ -5,6 +5,7 @@
 #include "MarluneCore/Log.h"
 #include "MarluneCore/Settings.h"
 #include "support/FakeActiveWindow.h"
+#include "support/Desktop.h"
 #include "support/LibraryFixture.h"
 #include "support/Process.h"
 
@@ -78,14 +79,7 @@ std::vector<std::uint8_t> pngBytes() {
 class DesktopClipboard : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        if (std::getenv("DISPLAY") == nullptr) {
-            return;
-        }
-        qputenv("QT_QPA_PLATFORM", "xcb");
-        static int argc = 1;
-        static char name[] = "DesktopClipboardTests";
-        static char* argv[] = {name, nullptr};
-        application = new QGuiApplication(argc, argv);
+        application = test::startQtOnTestDisplay("DesktopClipboardTests");
     }
     static void TearDownTestSuite() {
         delete application;

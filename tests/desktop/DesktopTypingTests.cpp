@@ -110,6 +110,32 @@ protected:
         ASSERT_TRUE(test::waitUntil([&] { return clipboardAs(type) == bytes; }));
     }
 
+    // What the target's field holds once it shows `expected` or gives up waiting; a one-line
+    // field is read after Return (and `screenshotName`, when given, is taken before it).
+    std::string fieldText(const Target& target, const fs::path& result, const std::string& expected,
+                          const std::string& screenshotName = {}) {
+        if (target.reportsContinuously) {
+            test::waitUntil([&] { return test::fieldTextIn(result) == expected; }, 8s);
+            if (!screenshotName.empty()) {
+                screenshot(screenshotName);
+            }
+            return test::fieldTextIn(result);
+        }
+        // What stands in the field before Return takes it.
+        std::this_thread::sleep_for(400ms);
+        if (!screenshotName.empty()) {
+            screenshot(screenshotName);
+        }
+        runProcess({xdotool, "key", "Return"});
+        test::waitUntil([&] { return fs::exists(result); }, 8s);
+        std::string got = test::readFile(result);
+        // zenity ends the line it prints.
+        if (!got.empty() && got.back() == '\n') {
+            got.pop_back();
+        }
+        return got;
+    }
+
     void screenshot(const std::string& name) {
         const char* folder = std::getenv("MARLUNE_SCREENSHOT_DIR");
         if (folder == nullptr || *folder == '\0') {
@@ -182,27 +208,8 @@ TEST_F(DesktopTyping, TypingOnAfterAKeywordKeepsEveryKeyInEveryToolkitAndTheClip
             const auto typedOut =
                 runProcess({xdotool, "type", "--delay", std::to_string(delay), typed});
             ASSERT_EQ(typedOut.exitStatus, 0) << typedOut.err;
-            std::string got;
-            if (target.reportsContinuously) {
-                test::waitUntil([&] { return test::fieldTextIn(result) == expected; }, 8s);
-                got = test::fieldTextIn(result);
-            } else {
-                // What stands in the field before Return takes it.
-                std::this_thread::sleep_for(400ms);
-                if (delay == 30) {
-                    screenshot(std::string("typing-") + target.name);
-                }
-                runProcess({xdotool, "key", "Return"});
-                test::waitUntil([&] { return fs::exists(result); }, 8s);
-                got = test::readFile(result);
-                // zenity ends the line it prints.
-                if (!got.empty() && got.back() == '\n') {
-                    got.pop_back();
-                }
-            }
-            if (target.reportsContinuously && delay == 30) {
-                screenshot(std::string("typing-") + target.name);
-            }
+            const std::string got = fieldText(
+                target, result, expected, delay == 30 ? std::string("typing-") + target.name : "");
             EXPECT_EQ(got, expected) << app->log();
             EXPECT_TRUE(
                 test::waitUntil([&] { return clipboardAs(clipboard.type) == clipboard.bytes; }, 4s))
@@ -262,19 +269,7 @@ TEST_F(DesktopTyping, KeywordsEndingInEmojiOfSeveralCodePointsAreDeletedWholeInQ
         const fs::path result = dir / "emoji.txt";
         ASSERT_TRUE(open(target, result, "Marlune emoji")) << window->log();
         typeOn();
-        std::string got;
-        if (target.reportsContinuously) {
-            test::waitUntil([&] { return test::fieldTextIn(result) == expected; }, 6s);
-            got = test::fieldTextIn(result);
-        } else {
-            std::this_thread::sleep_for(500ms);
-            runProcess({xdotool, "key", "Return"});
-            test::waitUntil([&] { return fs::exists(result); }, 6s);
-            got = test::readFile(result);
-            if (!got.empty() && got.back() == '\n') {
-                got.pop_back();
-            }
-        }
+        const std::string got = fieldText(target, result, expected);
         EXPECT_EQ(got, expected) << app->log();
         window.reset();
     }

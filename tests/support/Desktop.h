@@ -16,6 +16,9 @@
 #include <thread>
 #include <unistd.h>
 
+#ifdef QT_GUI_LIB
+#include <QGuiApplication>
+#endif
 #ifdef QT_CORE_LIB
 #include <QCoreApplication>
 #endif
@@ -96,6 +99,23 @@ bool pumpUntil(Done done, std::chrono::milliseconds timeout = std::chrono::secon
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;
+}
+#endif
+
+#ifdef QT_GUI_LIB
+// A Qt application of the test process on the test display, for a whole suite (the clipboard
+// belongs to it); null when there is no display.
+inline QGuiApplication* startQtOnTestDisplay(const char* name) {
+    if (!hasDisplay()) {
+        return nullptr;
+    }
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    static int argc = 1;
+    static std::string program;
+    program = name;
+    static char* argv[] = {program.data(), nullptr};
+    argv[0] = program.data();
+    return new QGuiApplication(argc, argv);
 }
 #endif
 
