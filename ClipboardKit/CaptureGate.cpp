@@ -2,7 +2,6 @@
 
 #include "ClipboardKit/PasteboardClassifier.h"
 #include "ClipboardKit/SecretDetector.h"
-#include "MarluneCore/ContentFingerprint.h"
 
 #include <string_view>
 #include <utility>
@@ -45,13 +44,16 @@ CaptureDecision CaptureGate::decide(const PasteboardSnapshot& snapshot, SecretPo
     if (const auto kind = secretIn(*clip, policy)) {
         return {CaptureDecision::LikelySecret{*kind}};
     }
-    std::vector<FingerprintPart> parts;
-    parts.reserve(clip->representations.size());
-    for (const auto& rep : clip->representations) {
-        parts.push_back(FingerprintPart{rep.utType, rep.bytes()});
-    }
-    clip->contentHash = ContentFingerprint::compute(rawValue(clip->kind), parts);
+    // Not fingerprinted here: the fingerprint is keyed by the library's content key, which
+    // only the store holds.
     return {CaptureDecision::Capture{std::move(*clip)}};
+}
+
+CaptureDecision CaptureGate::decide(CapturedClip clip, SecretPolicy policy) {
+    if (const auto kind = secretIn(clip, policy)) {
+        return {CaptureDecision::LikelySecret{*kind}};
+    }
+    return {CaptureDecision::Capture{std::move(clip)}};
 }
 
 } // namespace marlune

@@ -11,6 +11,10 @@ namespace marlune {
 // that looks like a secret the policy skips; otherwise the clip is captured.
 struct CaptureGate {
     static CaptureDecision decide(const PasteboardSnapshot& snapshot, SecretPolicy policy);
+    // The same decision for a clip that arrives whole rather than from the clipboard (a file
+    // of clips being imported): no markers to honour, but the same secret test over the same
+    // flavours. The clip comes back as it was given; the store fingerprints it.
+    static CaptureDecision decide(CapturedClip clip, SecretPolicy policy);
 };
 
 } // namespace marlune

@@ -25,6 +25,7 @@ struct CapturedRepresentation {
 struct CapturedClip {
     ClipKind kind = ClipKind::text;
     std::string previewText;
+    // Left empty by the capture gate: the fingerprint is keyed, and the store holds the key.
     std::string contentHash;
     std::vector<CapturedRepresentation> representations;
 

@@ -5,6 +5,8 @@
 
 #include <optional>
 #include <span>
+#include <string>
+#include <variant>
 #include <vector>
 
 namespace marlune {
@@ -20,6 +22,25 @@ struct BoardOrdering {
     // directly below it, `after` the one directly above. Their mean; one above `before`; one
     // below `after`; the current time when the section has no other item.
     static double keyBetween(std::optional<double> before, std::optional<double> after, Date now);
+
+    // A move of `item` to the spot between two items of its list: `below` ends up directly
+    // below it, `above` directly above (either may be absent). The list keeps its bands (the
+    // pinned items, then the open ones, then the done ones), so the spot must lie within the
+    // item's band or at its edge, where a neighbour of the next band only marks the edge; any
+    // other spot is refused with the sentence to show. Among open or done items the new key is
+    // `keyBetween`; among pinned items, which stand by when they were pinned, the pin time moves
+    // between the neighbours' (and the key breaks a tie of pin times).
+    struct Placement {
+        std::optional<double> boardOrder;
+        std::optional<Date> boardPinnedAt;
+    };
+    struct Refusal {
+        std::string message;
+    };
+    static std::variant<Placement, Refusal> placeBetween(const Clip& item,
+                                                         const std::optional<Clip>& below,
+                                                         const std::optional<Clip>& above,
+                                                         Date now);
 
     // Placing an item into a section it is not yet in: the new `boardOrder` when its key does
     // not already stand above every key of the section (`largest`), else none.

@@ -6,9 +6,6 @@
 #include "MarluneCore/ContentFingerprint.h"
 #include "MarluneCore/Settings.h"
 
-#include <unicode/uchar.h>
-#include <unicode/unistr.h>
-
 #include <algorithm>
 #include <fstream>
 #include <iterator>
@@ -16,6 +13,8 @@
 #include <numeric>
 #include <set>
 #include <span>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
 
 namespace marlune {
 
@@ -33,13 +32,45 @@ std::optional<std::int64_t> storage(const std::optional<Date>& date) {
 // choice over the flavours of a listing's rows.
 //
 // For one clip: two lookups rather than one sorted one, so that both walk the
-// (clip_id, position) index in order and stop at the first hit.
-constexpr std::string_view itemTextSQL =
-    "SELECT coalesce((SELECT r.text FROM Representation r WHERE r.clip_id = ?1 "
-    "AND r.utTypeIdentifier = 'public.utf8-plain-text' AND r.text IS NOT NULL "
-    "ORDER BY r.position LIMIT 1), "
-    "(SELECT r.text FROM Representation r WHERE r.clip_id = ?1 AND r.text IS NOT NULL "
-    "ORDER BY r.position LIMIT 1))";
+// (clip_id, position) index in order and stop at the first hit. A text too long for the row
+// is the flavour's `textBlob` (see ClipStore::inlineTextLimit).
+constexpr std::string_view hasText =
+    "(r.text IS NOT NULL OR EXISTS (SELECT 1 FROM RepresentationData d WHERE "
+    "d.representation_id = r.id AND d.field = 'textBlob'))";
+const std::string& itemTextSQL() {
+    static const std::string sql =
+        "SELECT r.text, r.id FROM Representation r WHERE r.rowid = coalesce("
+        "(SELECT r.rowid FROM Representation r WHERE r.clip_id = ?1 "
+        "AND r.utTypeIdentifier = 'public.utf8-plain-text' AND " +
+        std::string(hasText) +
+        " ORDER BY r.position LIMIT 1), "
+        "(SELECT r.rowid FROM Representation r WHERE r.clip_id = ?1 AND " +
+        std::string(hasText) + " ORDER BY r.position LIMIT 1))";
+    return sql;
+}
+
+// Opens the text of a flavour read with its sealed row text in `textColumn` (null when the
+// text is stored outside the row) and its id in `idColumn`; false when no key opens it.
+bool readFlavourText(Database& db, const ClipCrypto& crypto, const Statement& row, int textColumn,
+                     int idColumn, std::string& text) {
+    if (!row.isNull(textColumn)) {
+        return crypto.readTextInto(row.textView(textColumn), text);
+    }
+    auto& blob = db.cached("SELECT bytes FROM RepresentationData WHERE representation_id = ?1 "
+                           "AND field = 'textBlob'");
+    blob.bind(1, row.textView(idColumn));
+    std::optional<Bytes> plain;
+    if (blob.step()) {
+        plain = crypto.readBytes(blob.blob(0));
+    }
+    blob.reset();
+    if (!plain) {
+        text.clear();
+        return false;
+    }
+    text.assign(plain->begin(), plain->end());
+    return true;
+}
 
 // `clipColumns` qualified by the Clip table, for a query that joins another table with
 // columns of the same names.
@@ -96,10 +127,10 @@ struct ItemFilter {
     // Done or open, snoozed or not (at `now`), and of the kind asked for.
     static bool passesStates(const Clip& clip, Date now, const BoardStore::ListFilter& filter) {
         const bool done = BoardOrdering::isDone(clip);
-        return !((done && !filter.includeDone) || (!done && !filter.includeOpen) ||
-                 (!filter.includeSnoozed &&
-                  BoardOrdering::isSnoozed(clip, now) != filter.snoozedOnly) ||
-                 (filter.kind && clip.primaryKind != *filter.kind));
+        return !(
+            (done && !filter.includeDone) || (!done && !filter.includeOpen) ||
+            (!filter.includeSnoozed && BoardOrdering::isSnoozed(clip, now) != filter.snoozedOnly) ||
+            (filter.kind && clip.primaryKind != *filter.kind));
     }
     // `wanted` is case-folded.
     static bool hasTag(const BoardItem& item, const std::string& wanted) {
@@ -295,9 +326,16 @@ std::optional<Pinboard> BoardStore::section(const Uuid& id) {
 }
 
 Pinboard BoardStore::activeSection(Date now) {
+    if (auto active = activeSectionIfAny()) {
+        return *active;
+    }
+    return createSection(BoardConstants::defaultSectionName, now);
+}
+
+std::optional<Pinboard> BoardStore::activeSectionIfAny() {
     auto all = sections();
     if (all.empty()) {
-        return createSection(BoardConstants::defaultSectionName, now);
+        return std::nullopt;
     }
     if (auto id = Uuid::parse(settings_.string(BoardSettingKeys::activeSectionID, ""))) {
         for (const auto& s : all) {
@@ -487,12 +525,13 @@ void BoardStore::readItems(const Pinboard& section, Date now, const ListFilter& 
     constexpr int typeColumn = 21; // after the columns of `clipColumns`
     constexpr int textColumn = 22;
     constexpr int positionColumn = 23;
+    constexpr int representationColumn = 24;
     auto& stmt =
         db.cached("SELECT " + qualifiedClipColumns() +
-                  ", r.utTypeIdentifier, r.text, r.position "
+                  ", r.utTypeIdentifier, r.text, r.position, r.id "
                   "FROM ClipPinboard cp JOIN Clip ON Clip.id = cp.clip_id "
-                  "LEFT JOIN Representation r ON r.clip_id = Clip.id AND r.text IS NOT NULL "
-                  "WHERE cp.pinboard_id = ?1 AND Clip.deletedAt IS NULL");
+                  "LEFT JOIN Representation r ON r.clip_id = Clip.id AND " +
+                  std::string(hasText) + " WHERE cp.pinboard_id = ?1 AND Clip.deletedAt IS NULL");
     stmt.bind(1, sectionID);
     std::string clipID; // of the rows being read
     bool shown = false; // whether that clip passes the filter
@@ -512,11 +551,11 @@ void BoardStore::readItems(const Pinboard& section, Date now, const ListFilter& 
             continue;
         }
         std::string& text = out.back().text;
-        if (stmt.isNull(textColumn)) {
+        if (stmt.isNull(positionColumn)) {
             readPreviewInto(stmt, crypto, text);
         } else if (choice.better(stmt.textView(typeColumn) == BoardConstants::plainTextType,
                                  stmt.int64(positionColumn)) &&
-                   !crypto.readTextInto(stmt.textView(textColumn), text)) {
+                   !readFlavourText(db, crypto, stmt, textColumn, representationColumn, text)) {
             readPreviewInto(stmt, crypto, text);
         }
     }
@@ -559,10 +598,9 @@ void BoardStore::readItems(const Pinboard& section, Date now, const ListFilter& 
 
     if (filter.tag) {
         const std::string wanted = boardFoldCase(*filter.tag);
-        out.erase(std::remove_if(out.begin() + first, out.end(),
-                                 [&](const BoardItem& item) {
-                                     return !ItemFilter::hasTag(item, wanted);
-                                 }),
+        out.erase(std::remove_if(
+                      out.begin() + first, out.end(),
+                      [&](const BoardItem& item) { return !ItemFilter::hasTag(item, wanted); }),
                   out.end());
     }
 
@@ -610,14 +648,13 @@ bool BoardStore::isOnBoard(const Uuid& clipID) {
 }
 
 std::string BoardStore::text(const Clip& clip) {
-    auto& stmt = context_.db().cached(itemTextSQL);
+    auto& db = context_.db();
+    auto& stmt = db.cached(itemTextSQL());
     stmt.bind(1, clip.id.string());
-    std::optional<std::string> out;
-    if (stmt.step() && !stmt.isNull(0)) {
-        out = context_.crypto().readText(stmt.textView(0));
-    }
+    std::string out;
+    const bool found = stmt.step() && readFlavourText(db, context_.crypto(), stmt, 0, 1, out);
     stmt.reset();
-    return out.value_or(clip.previewText);
+    return found ? out : clip.previewText;
 }
 
 std::vector<Uuid> BoardStore::itemIDsWithPrefix(std::string_view prefix, std::size_t limit) {
@@ -841,13 +878,12 @@ void BoardStore::wake(const std::vector<Uuid>& ids) {
 
 void BoardStore::setDue(const std::vector<Uuid>& ids, std::optional<Date> at) {
     const auto clips = existing(ids);
-    context_.performUndoable(
-        at ? "Set Due Date" : "Clear Due Date", [&] {
-            auto& stmt = context_.db().cached("UPDATE Clip SET dueAt = ?2 WHERE id = ?1");
-            for (const auto& c : clips) {
-                stmt.bind(1, c.id.string()).bind(2, storage(at)).run();
-            }
-        });
+    context_.performUndoable(at ? "Set Due Date" : "Clear Due Date", [&] {
+        auto& stmt = context_.db().cached("UPDATE Clip SET dueAt = ?2 WHERE id = ?1");
+        for (const auto& c : clips) {
+            stmt.bind(1, c.id.string()).bind(2, storage(at)).run();
+        }
+    });
     notify();
 }
 
@@ -855,32 +891,41 @@ void BoardStore::setNote(const Uuid& id, const std::optional<std::string>& note)
     if (!clip(id)) {
         return;
     }
-    context_.performUndoable(note ? "Set Note" : "Remove Note", [&] {
-        ClipStore(context_, {}).setBoardNote(id, note);
-    });
+    context_.performUndoable(note ? "Set Note" : "Remove Note",
+                             [&] { ClipStore(context_, {}).setBoardNote(id, note); });
     notify();
 }
 
 void BoardStore::move(const Uuid& id, const std::optional<Uuid>& before,
                       const std::optional<Uuid>& after, Date now) {
-    if (!clip(id)) {
-        return;
-    }
-    const auto keyOf = [&](const std::optional<Uuid>& neighbour) -> std::optional<double> {
-        if (!neighbour) {
-            return std::nullopt;
+    const auto find = [&](const Uuid& wanted) {
+        auto found = clip(wanted);
+        if (!found || !found->isLive()) {
+            throw BoardError(BoardError::Kind::notFound,
+                             "No Board item has the id " + wanted.string() + ".");
         }
-        if (auto found = clip(*neighbour)) {
-            return BoardOrdering::orderKey(*found);
-        }
-        return std::nullopt;
+        return *found;
     };
-    const double key = BoardOrdering::keyBetween(keyOf(before), keyOf(after), now);
+    const Clip item = find(id);
+    if (before == id || after == id) {
+        throw BoardError(BoardError::Kind::invalid,
+                         "An item cannot be moved next to itself. Name another item.");
+    }
+    const auto neighbour = [&](const std::optional<Uuid>& ref) -> std::optional<Clip> {
+        return ref ? std::optional<Clip>(find(*ref)) : std::nullopt;
+    };
+    const auto placement =
+        BoardOrdering::placeBetween(item, neighbour(before), neighbour(after), now);
+    if (const auto* refusal = std::get_if<BoardOrdering::Refusal>(&placement)) {
+        throw BoardError(BoardError::Kind::refused, refusal->message);
+    }
+    const auto& place = std::get<BoardOrdering::Placement>(placement);
     context_.performUndoable("Move Board Item", [&] {
         context_.db()
-            .cached("UPDATE Clip SET boardOrder = ?2 WHERE id = ?1")
+            .cached("UPDATE Clip SET boardOrder = ?2, boardPinnedAt = ?3 WHERE id = ?1")
             .bind(1, id.string())
-            .bind(2, key)
+            .bind(2, place.boardOrder)
+            .bind(3, storage(place.boardPinnedAt))
             .run();
     });
     notify();
@@ -1004,20 +1049,15 @@ void BoardStore::rewrite(const Uuid& id, std::string_view input, Date now) {
         throw BoardError(BoardError::Kind::invalid, std::string(BoardConstants::emptyText));
     }
     const auto& crypto = context_.crypto();
-    const auto bytes = std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    const FingerprintPart part{BoardConstants::plainTextType, bytes};
-    const std::string hash = ContentFingerprint::compute(rawValue(ClipKind::text), {&part, 1});
+    Representation rep;
+    rep.utTypeIdentifier = std::string(BoardConstants::plainTextType);
+    rep.text = text;
+    rep.createdAt = now;
+    const std::vector<Representation> reps{std::move(rep)};
+    const std::string hash = ContentFingerprint::of(crypto.fingerprintKey(), ClipKind::text, reps);
     context_.performUndoable("Rewrite Board Item", [&] {
         auto& db = context_.db();
-        db.cached("DELETE FROM Representation WHERE clip_id = ?1").bind(1, id.string()).run();
-        db.cached("INSERT INTO Representation (id, utTypeIdentifier, text, createdAt, position, "
-                  "clip_id) VALUES (?1, ?2, ?3, ?4, 0, ?5)")
-            .bind(1, Uuid::random().string())
-            .bind(2, BoardConstants::plainTextType)
-            .bind(3, crypto.sealText(text))
-            .bind(4, toStorage(now))
-            .bind(5, id.string())
-            .run();
+        ClipStore(context_, {}).replaceRepresentations(id, reps, now);
         db.cached("UPDATE Clip SET primaryKindRaw = 'text', previewText = ?2, contentHash = ?3 "
                   "WHERE id = ?1")
             .bind(1, id.string())
@@ -1081,9 +1121,9 @@ void BoardStore::setTag(std::string_view name, bool present, const std::vector<U
                 .run();
             tagID = tag.id;
         }
-        auto stmt = db.prepare(present
-                                   ? "INSERT OR IGNORE INTO ClipTag (clip_id, tag_id) VALUES (?1, ?2)"
-                                   : "DELETE FROM ClipTag WHERE clip_id = ?1 AND tag_id = ?2");
+        auto stmt =
+            db.prepare(present ? "INSERT OR IGNORE INTO ClipTag (clip_id, tag_id) VALUES (?1, ?2)"
+                               : "DELETE FROM ClipTag WHERE clip_id = ?1 AND tag_id = ?2");
         for (const auto& c : clips) {
             stmt.bind(1, c.id.string()).bind(2, tagID->string()).run();
         }
@@ -1103,8 +1143,9 @@ void BoardStore::customize(const Uuid& id, std::optional<std::string> name,
             throw BoardError(BoardError::Kind::invalid, "A section needs a name.");
         }
     }
-    if (role && std::find(std::begin(BoardConstants::colorRoles), std::end(BoardConstants::colorRoles),
-                          *role) == std::end(BoardConstants::colorRoles)) {
+    if (role &&
+        std::find(std::begin(BoardConstants::colorRoles), std::end(BoardConstants::colorRoles),
+                  *role) == std::end(BoardConstants::colorRoles)) {
         throw BoardError(BoardError::Kind::invalid, "'" + *role + "' is not a colour role.",
                          "Use iris, plum, blush, amber, citron, sage or teal.");
     }

@@ -121,7 +121,7 @@ public:
     struct ListFilter {
         bool includeOpen = true;
         bool includeDone = true;
-        bool snoozedOnly = false; // otherwise snoozed items are left out
+        bool snoozedOnly = false;    // otherwise snoozed items are left out
         bool includeSnoozed = false; // snoozed or not, as reference resolution needs
         std::optional<std::string> tag;
         std::optional<ClipKind> kind;
@@ -135,6 +135,8 @@ public:
     std::vector<Pinboard> sections();
     std::vector<BoardSectionSummary> sectionSummaries();
     Pinboard activeSection(Date now);
+    // The same without making one: reads never write, so a Board without sections lists none.
+    std::optional<Pinboard> activeSectionIfAny();
     void setActiveSection(const Uuid& section);
     // Names compared without regard to case.
     std::optional<Pinboard> sectionNamed(std::string_view name);

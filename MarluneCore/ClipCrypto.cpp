@@ -107,7 +107,9 @@ using TextCache = std::unordered_map<std::string, std::string, StringHash, std::
 class ClipCrypto::Impl {
 public:
     Impl(std::optional<SymmetricKey> current, std::vector<SymmetricKey> retired)
-        : current_(current), retired_(std::move(retired)) {
+        : current_(current), retired_(std::move(retired)),
+          fingerprintKey_(current ? FingerprintKey::derive(*current)
+                                  : FingerprintKey::withoutContentKey()) {
         if (current) {
             sealer_.emplace(*current, true);
             openers_.emplace_back(*current, false);
@@ -189,6 +191,7 @@ public:
 
     const std::optional<SymmetricKey>& current() const { return current_; }
     const std::vector<SymmetricKey>& retired() const { return retired_; }
+    const FingerprintKey& fingerprintKey() const { return fingerprintKey_; }
 
 private:
     static constexpr std::size_t kGeneration = cacheCapacity / 2;
@@ -234,6 +237,7 @@ private:
 
     std::optional<SymmetricKey> current_;
     std::vector<SymmetricKey> retired_;
+    FingerprintKey fingerprintKey_;
     std::optional<KeyContext> sealer_;
     std::vector<KeyContext> openers_;
     Bytes scratch_;
@@ -260,6 +264,10 @@ ClipCrypto::~ClipCrypto() = default;
 
 bool ClipCrypto::hasKey() const {
     return impl_->hasKey();
+}
+
+const FingerprintKey& ClipCrypto::fingerprintKey() const {
+    return impl_->fingerprintKey();
 }
 
 std::string ClipCrypto::sealText(std::string_view plain) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MarluneCore/Base64.h"
+#include "MarluneCore/ContentFingerprint.h"
 #include "MarluneCore/SymmetricKey.h"
 
 #include <cstddef>
@@ -44,6 +45,8 @@ public:
     ~ClipCrypto();
 
     bool hasKey() const;
+    // The key of the clip fingerprints, derived from the current key.
+    const FingerprintKey& fingerprintKey() const;
 
     // Empty text, or any text when there is no key, is stored unchanged.
     std::string sealText(std::string_view plain) const;

@@ -301,15 +301,14 @@ ClipSearchPage ClipQueries::search(std::string_view needle, const ClipQuery& que
     }
     if (!rest.empty()) {
         rest.index();
-        auto texts = db.prepare(
-            "SELECT clip_id, text FROM Representation NOT INDEXED WHERE text IS NOT NULL");
+        auto texts = db.prepare(representationTextsSQL);
         while (texts.step()) {
             Found* pending = rest.find(texts.textView(0));
             if (pending == nullptr) {
                 continue;
             }
             Found found = *pending;
-            if (crypto.readTextInto(texts.textView(1), plain) &&
+            if (readRepresentationText(texts, crypto, plain) &&
                 describeMatch(plain, needle, found)) {
                 found.inPreview = false;
                 hits.push_back(found);

@@ -1,6 +1,7 @@
 #include "MarluneCore/ClipStore.h"
 
 #include "MarluneCore/ContentFingerprint.h"
+#include "MarluneCore/LibraryResealer.h"
 #include "MarluneCore/Log.h"
 #include "MarluneCore/Settings.h"
 
@@ -35,11 +36,10 @@ bool containsIgnoringASCIICase(std::string_view haystack, std::string_view needl
     auto lower = [](unsigned char c) {
         return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
     };
-    const auto it = std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end(),
-                                [&](char a, char b) {
-                                    return lower(static_cast<unsigned char>(a)) ==
-                                           lower(static_cast<unsigned char>(b));
-                                });
+    const auto it = std::search(
+        haystack.begin(), haystack.end(), needle.begin(), needle.end(), [&](char a, char b) {
+            return lower(static_cast<unsigned char>(a)) == lower(static_cast<unsigned char>(b));
+        });
     return it != haystack.end();
 }
 
@@ -93,28 +93,34 @@ Clip readClipRow(const Statement& row, const ClipCrypto& crypto, ClipPreview pre
     };
 }
 
+bool readRepresentationText(const Statement& row, const ClipCrypto& crypto, std::string& plain) {
+    if (!row.isNull(1)) {
+        return crypto.readTextInto(row.textView(1), plain);
+    }
+    const auto blob = crypto.readBytes(row.blob(2));
+    if (!blob) {
+        plain.clear();
+        return false;
+    }
+    plain.assign(blob->begin(), blob->end());
+    return true;
+}
+
 Clip ClipStore::record(const NewClip& input, Date now) {
     MainActor::assertIsolated();
     auto& db = context_.db();
     const auto& crypto = context_.crypto();
-
-    std::string hash = input.contentHash;
-    if (hash.empty()) {
-        std::vector<FingerprintPart> parts;
-        parts.reserve(input.representations.size());
-        for (const auto& rep : input.representations) {
-            std::span<const std::uint8_t> bytes;
-            if (rep.data) {
-                bytes = *rep.data;
-            } else if (rep.textBlob) {
-                bytes = *rep.textBlob;
-            } else if (rep.text) {
-                bytes = {reinterpret_cast<const std::uint8_t*>(rep.text->data()), rep.text->size()};
-            }
-            parts.push_back({rep.utTypeIdentifier, bytes});
-        }
-        hash = ContentFingerprint::compute(rawValue(input.kind), parts);
+    if (!context_.undoManager().isRecording()) {
+        // Fingerprints left from before they were keyed, or from an earlier key, would never
+        // match this one. Made afresh once (a look at one row when they are current); never
+        // as part of an undo step, which would hold the whole history.
+        LibraryResealer::refreshFingerprints(db, crypto);
     }
+
+    const std::string hash =
+        input.contentHash.empty()
+            ? ContentFingerprint::of(crypto.fingerprintKey(), input.kind, input.representations)
+            : input.contentHash;
 
     Database::Transaction tx(db);
     auto& find = db.cached("SELECT id FROM Clip WHERE contentHash = ?1 AND deletedAt IS NULL "
@@ -167,11 +173,16 @@ void ClipStore::insertRepresentations(const Uuid& clipID, const std::vector<Repr
                              "position, clip_id) VALUES (?1, ?2, ?3, ?4, ?5, ?6)");
     auto& insertData = db.cached(
         "INSERT INTO RepresentationData (representation_id, field, bytes) VALUES (?1, ?2, ?3)");
+    const auto asBytes = [](const std::string& text) {
+        return std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    };
     std::int64_t position = 0;
     for (const auto& rep : reps) {
         const std::string id = rep.id.string();
+        // A long text goes outside the row, unless the flavour brings its own long text.
+        const bool spill = rep.text && rep.text->size() > inlineTextLimit && !rep.textBlob;
         insert.bind(1, id).bind(2, rep.utTypeIdentifier);
-        if (rep.text) {
+        if (rep.text && !spill) {
             insert.bind(3, crypto.sealText(*rep.text));
         } else {
             insert.bindNull(3);
@@ -183,13 +194,24 @@ void ClipStore::insertRepresentations(const Uuid& clipID, const std::vector<Repr
         if (rep.data) {
             insertData.bind(1, id).bind(2, "data").bindBlob(3, crypto.sealBytes(*rep.data)).run();
         }
-        if (rep.textBlob) {
+        if (rep.textBlob || spill) {
             insertData.bind(1, id)
                 .bind(2, "textBlob")
-                .bindBlob(3, crypto.sealBytes(*rep.textBlob))
+                .bindBlob(3, crypto.sealBytes(spill ? asBytes(*rep.text)
+                                                    : std::span<const std::uint8_t>(*rep.textBlob)))
                 .run();
         }
     }
+}
+
+void ClipStore::replaceRepresentations(const Uuid& clipID, const std::vector<Representation>& reps,
+                                       Date now) {
+    MainActor::assertIsolated();
+    context_.db()
+        .cached("DELETE FROM Representation WHERE clip_id = ?1")
+        .bind(1, clipID.string())
+        .run();
+    insertRepresentations(clipID, reps, now);
 }
 
 std::int64_t ClipStore::trimmableCount() {
@@ -209,10 +231,9 @@ std::int64_t ClipStore::trim() {
         return 0;
     }
     auto& db = context_.db();
-    auto& drop = db.cached(
-        "DELETE FROM Clip WHERE id IN (SELECT id FROM Clip "
-        "WHERE deletedAt IS NULL AND isPinned = 0 AND pinboardCount = 0 "
-        "ORDER BY coalesce(lastUsedAt, createdAt) ASC LIMIT ?1)");
+    auto& drop = db.cached("DELETE FROM Clip WHERE id IN (SELECT id FROM Clip "
+                           "WHERE deletedAt IS NULL AND isPinned = 0 AND pinboardCount = 0 "
+                           "ORDER BY coalesce(lastUsedAt, createdAt) ASC LIMIT ?1)");
     drop.bind(1, excess).run();
     return db.changes();
 }
@@ -308,8 +329,9 @@ std::vector<Clip> ClipStore::search(std::string_view needle, std::size_t limit) 
     const auto& crypto = context_.crypto();
     // Every live preview has to be opened anyway, so the table is read in storage order (a
     // sequential scan) and only the matches are ranked by recency afterwards.
-    auto& scan = db.cached("SELECT rowid, coalesce(lastUsedAt, createdAt), previewText FROM Clip NOT INDEXED "
-                           "WHERE deletedAt IS NULL");
+    auto& scan = db.cached(
+        "SELECT rowid, coalesce(lastUsedAt, createdAt), previewText FROM Clip NOT INDEXED "
+        "WHERE deletedAt IS NULL");
     struct Match {
         std::int64_t recency;
         std::int64_t rowid;
@@ -345,32 +367,53 @@ std::vector<Clip> ClipStore::search(std::string_view needle, std::size_t limit) 
 
 std::vector<Representation> ClipStore::representations(const Uuid& clipID) {
     MainActor::assertIsolated();
-    auto& db = context_.db();
-    const auto& crypto = context_.crypto();
-    auto stmt = db.prepare(
+    return readRepresentations(context_.db(), context_.crypto(), clipID).representations;
+}
+
+StoredRepresentations readRepresentations(Database& db, const ClipCrypto& crypto,
+                                          const Uuid& clipID) {
+    auto& stmt = db.cached(
         "SELECT r.id, r.utTypeIdentifier, r.text, r.createdAt, "
         "(SELECT bytes FROM RepresentationData WHERE representation_id = r.id AND field = 'data'), "
         "(SELECT bytes FROM RepresentationData WHERE representation_id = r.id AND field = "
         "'textBlob') FROM Representation r WHERE r.clip_id = ?1 ORDER BY r.position");
     stmt.bind(1, clipID.string());
-    std::vector<Representation> reps;
+    StoredRepresentations out;
+    const auto unreadable = [&out] { out.allOpened = false; };
     while (stmt.step()) {
         Representation rep;
         rep.id = Uuid::parse(stmt.textView(0)).value_or(Uuid());
         rep.utTypeIdentifier = stmt.text(1);
         if (!stmt.isNull(2)) {
-            rep.text = crypto.readText(stmt.textView(2));
+            std::string text;
+            if (crypto.readTextInto(stmt.textView(2), text)) {
+                rep.text = std::move(text);
+            } else {
+                unreadable();
+            }
         }
         rep.createdAt = fromStorage(stmt.int64(3));
         if (!stmt.isNull(4)) {
             rep.data = crypto.readBytes(stmt.blob(4));
+            if (!rep.data) {
+                unreadable();
+            }
         }
         if (!stmt.isNull(5)) {
-            rep.textBlob = crypto.readBytes(stmt.blob(5));
+            auto blob = crypto.readBytes(stmt.blob(5));
+            if (!blob) {
+                unreadable();
+            } else if (stmt.isNull(2)) {
+                // A text too long for the row reads back as the text it was.
+                rep.text.emplace(blob->begin(), blob->end());
+            } else {
+                rep.textBlob = std::move(blob);
+            }
         }
-        reps.push_back(std::move(rep));
+        out.representations.push_back(std::move(rep));
     }
-    return reps;
+    stmt.reset();
+    return out;
 }
 
 namespace {
@@ -450,14 +493,14 @@ std::vector<ClipMatch> ClipStore::searchAll(std::string_view needle, const ClipF
     for (std::size_t i = 0; i < order.size(); ++i) {
         position[order[i]] = i;
     }
-    auto texts = db.prepare("SELECT clip_id, text FROM Representation WHERE text IS NOT NULL");
+    auto texts = db.prepare(representationTextsSQL);
     while (texts.step()) {
         const std::string id = texts.text(0);
         const auto at = position.find(id);
         if (at == position.end() || seen.contains(id)) {
             continue;
         }
-        if (crypto.readTextInto(texts.textView(1), plain) &&
+        if (readRepresentationText(texts, crypto, plain) &&
             containsIgnoringASCIICase(plain, needle)) {
             seen.insert(id);
             hits.emplace_back(static_cast<std::int64_t>(at->second), "text");
@@ -504,9 +547,9 @@ std::vector<std::pair<Uuid, std::string>> ClipStore::pinboardsOf(const Uuid& cli
 
 std::vector<std::pair<Uuid, std::string>> ClipStore::tagsOf(const Uuid& clipID) {
     MainActor::assertIsolated();
-    auto stmt = context_.db().prepare(
-        "SELECT t.id, t.name FROM ClipTag ct JOIN Tag t ON t.id = ct.tag_id "
-        "WHERE ct.clip_id = ?1 ORDER BY t.name COLLATE NOCASE");
+    auto stmt =
+        context_.db().prepare("SELECT t.id, t.name FROM ClipTag ct JOIN Tag t ON t.id = ct.tag_id "
+                              "WHERE ct.clip_id = ?1 ORDER BY t.name COLLATE NOCASE");
     stmt.bind(1, clipID.string());
     return namedRows(stmt);
 }

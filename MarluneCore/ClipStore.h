@@ -56,11 +56,17 @@ struct ClipMatch {
 // a Board section, and clips in the Trash (the Trash keeps its own 30-day promise).
 class ClipStore {
 public:
+    // Texts longer than this are stored outside the representation's row (as its sealed
+    // `textBlob`) and read back as text: a row holding a long text would be read by every scan
+    // of the table, though only search and the flavour itself need it.
+    static constexpr std::size_t inlineTextLimit = std::size_t{64} << 10;
+
     ClipStore(ModelContext& context, ClipStoreSettings settings)
         : context_(context), settings_(settings) {}
 
     // Inserts the clip, or bumps the live clip with the same content fingerprint (recency to
-    // now, one more re-copy). Returns the live clip that now holds the content.
+    // now, one more re-copy). Returns the live clip that now holds the content. A fingerprint
+    // handed in must be made under the context's fingerprint key.
     Clip record(const NewClip& clip, Date now);
     // Drops the unspared clips beyond the history limit, oldest recency first. Returns how many.
     std::int64_t trim();
@@ -81,6 +87,8 @@ public:
     // Live clips whose preview text contains `needle` (ASCII letters compared without case),
     // most recent first, at most `limit`.
     std::vector<Clip> search(std::string_view needle, std::size_t limit);
+    // In pasteboard order; a text stored outside the row comes back in `text`. A flavour that
+    // no key opens comes back without its content.
     std::vector<Representation> representations(const Uuid& clipID);
 
     // Live clips passing `filter`, most recent first, and how many there are in all.
@@ -99,6 +107,10 @@ public:
     std::int64_t trimmableCount();
 
     const ClipStoreSettings& settings() const { return settings_; }
+
+    // Puts `reps` in place of every flavour the clip had (its fingerprint is the caller's).
+    void replaceRepresentations(const Uuid& clipID, const std::vector<Representation>& reps,
+                                Date now);
 
 private:
     void insertRepresentations(const Uuid& clipID, const std::vector<Representation>& reps,
@@ -121,5 +133,22 @@ inline constexpr int clipPreviewColumn = 2;
 enum class ClipPreview { open, unread };
 Clip readClipRow(const Statement& row, const ClipCrypto& crypto,
                  ClipPreview preview = ClipPreview::open);
+
+// A clip's flavours opened, and whether every sealed value among them opened.
+struct StoredRepresentations {
+    std::vector<Representation> representations;
+    bool allOpened = true;
+};
+StoredRepresentations readRepresentations(Database& db, const ClipCrypto& crypto,
+                                          const Uuid& clipID);
+
+// Every text of every flavour, for a search that opens them all: rows of clip id, the sealed
+// text of the row (or null), and the sealed long text (or null), in storage order.
+inline constexpr std::string_view representationTextsSQL =
+    "SELECT clip_id, text, NULL FROM Representation NOT INDEXED WHERE text IS NOT NULL "
+    "UNION ALL SELECT r.clip_id, NULL, d.bytes FROM RepresentationData d "
+    "JOIN Representation r ON r.id = d.representation_id WHERE d.field = 'textBlob'";
+// Opens the text of a row of `representationTextsSQL` into `plain`; false when no key does.
+bool readRepresentationText(const Statement& row, const ClipCrypto& crypto, std::string& plain);
 
 } // namespace marlune

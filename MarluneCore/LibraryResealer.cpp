@@ -1,12 +1,16 @@
 #include "MarluneCore/LibraryResealer.h"
 
 #include "MarluneCore/ClipCrypto.h"
+#include "MarluneCore/ClipStore.h"
+#include "MarluneCore/ContentFingerprint.h"
 #include "MarluneCore/ModelContext.h"
 #include "MarluneCore/Resealer.h"
 
 #include <array>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace marlune {
 
@@ -55,8 +59,56 @@ std::int64_t LibraryResealer::resealAll(ModelContext& context, const Resealer& r
             }
         }
     }
+    // Everything that opens now opens with the current key alone.
+    refreshFingerprints(db, resealer.sealer());
     tx.commit();
     return rewritten;
+}
+
+bool LibraryResealer::fingerprintsUseKey(Database& db, const FingerprintKey& key) {
+    auto& stmt = db.cached("SELECT value FROM Metadata WHERE key = ?1");
+    stmt.bind(1, fingerprintKeyMetadata);
+    const bool current = stmt.step() && stmt.textView(0) == key.identifier();
+    stmt.reset();
+    return current;
+}
+
+std::int64_t LibraryResealer::refreshFingerprints(Database& db, const ClipCrypto& crypto) {
+    MainActor::assertIsolated();
+    const FingerprintKey& key = crypto.fingerprintKey();
+    if (fingerprintsUseKey(db, key)) {
+        return 0;
+    }
+    Database::Transaction tx(db);
+    // Collected first and written after the scan, so the scan never meets its own writes.
+    std::vector<std::pair<std::string, std::string>> changes;
+    auto scan = db.prepare("SELECT id, primaryKindRaw, contentHash FROM Clip");
+    while (scan.step()) {
+        const auto id = Uuid::parse(scan.textView(0));
+        if (!id) {
+            continue;
+        }
+        const auto stored = readRepresentations(db, crypto, *id);
+        if (!stored.allOpened) {
+            continue;
+        }
+        const ClipKind kind = clipKindFromRaw(scan.textView(1)).value_or(ClipKind::text);
+        std::string fingerprint = ContentFingerprint::of(key, kind, stored.representations);
+        if (fingerprint != scan.textView(2)) {
+            changes.emplace_back(scan.text(0), std::move(fingerprint));
+        }
+    }
+    auto update = db.prepare("UPDATE Clip SET contentHash = ?2 WHERE id = ?1");
+    for (const auto& [id, fingerprint] : changes) {
+        update.bind(1, id).bind(2, fingerprint).run();
+    }
+    db.prepare("INSERT INTO Metadata (key, value) VALUES (?1, ?2) "
+               "ON CONFLICT(key) DO UPDATE SET value = excluded.value")
+        .bind(1, fingerprintKeyMetadata)
+        .bind(2, key.identifier())
+        .run();
+    tx.commit();
+    return static_cast<std::int64_t>(changes.size());
 }
 
 LibraryResealer::KeyCheck LibraryResealer::checkKeys(ModelContext& context,

@@ -40,6 +40,14 @@ struct Snippet {
     std::optional<Date> deletedAt;
     std::optional<Uuid> groupID;
     std::vector<Uuid> tagIDs;
+    // The stored body could not be opened (sealed under a key that is not here, or damaged).
+    // `content` is then empty and means nothing: the snippet must not be expanded or pasted.
+    // An update keeps the stored body unless it is given new, non-empty content; clearing
+    // this flag as well lets an update store an empty body over it.
+    bool contentUnreadable = false;
+    // The same for the stored fill-in values: `lastFillInValues` is then none, and an update
+    // keeps the stored values unless it is given some.
+    bool lastFillInValuesUnreadable = false;
 
     static Snippet make(Date now) {
         Snippet snippet;
@@ -84,9 +92,13 @@ struct Tag {
 struct Representation {
     Uuid id = Uuid::random();
     std::string utTypeIdentifier;
-    std::optional<std::string> text;                  // sealed (column "text")
-    std::optional<std::vector<std::uint8_t>> data;     // sealed, stored outside the row
-    std::optional<std::vector<std::uint8_t>> textBlob; // sealed, stored outside the row
+    // Sealed; in the row (column "text") unless longer than ClipStore::inlineTextLimit, when
+    // it is stored as the flavour's text blob instead and read back here all the same.
+    std::optional<std::string> text;
+    std::optional<std::vector<std::uint8_t>> data; // sealed, stored outside the row
+    // A long text handed over as bytes: sealed, stored outside the row, read back in `text`
+    // when the flavour has no text of its own in the row.
+    std::optional<std::vector<std::uint8_t>> textBlob;
     Date createdAt{};
 };
 

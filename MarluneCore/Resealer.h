@@ -22,6 +22,8 @@ public:
 
     std::optional<std::string> resealText(std::string_view stored) const;
     std::optional<Bytes> resealBytes(std::span<const std::uint8_t> stored) const;
+    // The current key alone.
+    const ClipCrypto& sealer() const { return current_; }
 
 private:
     ClipCrypto current_;

@@ -29,7 +29,11 @@ Snippet readSnippet(const Statement& row, const ClipCrypto& crypto) {
     s.id = Uuid::parse(row.textView(0)).value_or(Uuid());
     s.title = row.text(1);
     s.keyword = row.text(2);
-    s.content = crypto.readText(row.textView(3)).value_or(std::string());
+    if (auto content = crypto.readText(row.textView(3))) {
+        s.content = std::move(*content);
+    } else {
+        s.contentUnreadable = true;
+    }
     s.contentType =
         snippetContentTypeFromRaw(row.textView(4)).value_or(SnippetContentType::plainText);
     s.isFavorite = row.int64(5) != 0;
@@ -39,7 +43,9 @@ Snippet readSnippet(const Statement& row, const ClipCrypto& crypto) {
     s.lastUsedAt = optionalDate(row, 9);
     s.sortIndex = row.int64(10);
     if (!row.isNull(11)) {
-        if (auto json = crypto.readText(row.textView(11))) {
+        auto json = crypto.readText(row.textView(11));
+        s.lastFillInValuesUnreadable = !json;
+        if (json) {
             auto parsed = nlohmann::json::parse(*json, nullptr, false);
             if (parsed.is_object()) {
                 std::map<std::string, std::string> values;
@@ -74,6 +80,15 @@ std::optional<std::string> idString(const std::optional<Uuid>& id) {
     return std::nullopt;
 }
 
+// Whether an update keeps the stored value of a field that did not open when it was read:
+// the record's empty value there is no one's choice.
+bool keepsStoredContent(const Snippet& snippet) {
+    return snippet.contentUnreadable && snippet.content.empty();
+}
+bool keepsStoredFillIns(const Snippet& snippet) {
+    return snippet.lastFillInValuesUnreadable && !snippet.lastFillInValues;
+}
+
 // The columns of one snippet, in the order of `snippetColumns`; an update leaves ?7, the
 // creation date, out of its SET list.
 void bindSnippet(Statement& stmt, const Snippet& snippet, const ClipCrypto& crypto) {
@@ -94,8 +109,7 @@ void bindSnippet(Statement& stmt, const Snippet& snippet, const ClipCrypto& cryp
 }
 
 SnippetStoreError notFound(const Uuid& id) {
-    return {SnippetStoreError::Kind::notFound,
-            "No snippet has the id " + id.string() + "."};
+    return {SnippetStoreError::Kind::notFound, "No snippet has the id " + id.string() + "."};
 }
 
 } // namespace
@@ -173,15 +187,21 @@ Snippet SnippetStore::update(Snippet snippet, Date now) {
             checkKeywordFree(snippet.keyword, snippet.id);
         }
         auto stmt = context_.db().prepare(
-            "UPDATE Snippet SET title = ?2, keyword = ?3, content = ?4, contentTypeRaw = ?5, "
+            "UPDATE Snippet SET title = ?2, keyword = ?3, "
+            "content = CASE WHEN ?15 THEN content ELSE ?4 END, contentTypeRaw = ?5, "
             "isFavorite = ?6, updatedAt = ?8, usageCount = ?9, lastUsedAt = ?10, sortIndex = ?11, "
-            "lastFillInValues = ?12, deletedAt = ?13, group_id = ?14 WHERE id = ?1");
+            "lastFillInValues = CASE WHEN ?16 THEN lastFillInValues ELSE ?12 END, "
+            "deletedAt = ?13, group_id = ?14 WHERE id = ?1");
+        const bool keepContent = keepsStoredContent(snippet);
+        const bool keepFillIns = keepsStoredFillIns(snippet);
         bindSnippet(stmt, snippet, context_.crypto());
-        stmt.run();
+        stmt.bind(15, keepContent).bind(16, keepFillIns).run();
         if (context_.db().changes() == 0) {
             throw notFound(snippet.id);
         }
         writeTags(snippet);
+        snippet.contentUnreadable = keepContent;
+        snippet.lastFillInValuesUnreadable = keepFillIns;
         return snippet;
     });
 }
@@ -393,8 +413,8 @@ Tag SnippetStore::createTag(Tag tag, Date now) {
     MainActor::assertIsolated();
     tag.createdAt = now;
     context_.performUndoable("New Tag", [&] {
-        auto stmt = context_.db().prepare(
-            "INSERT INTO Tag (id, name, colorHex, colorRole, createdAt) VALUES (?1, ?2, ?3, ?4, ?5)");
+        auto stmt = context_.db().prepare("INSERT INTO Tag (id, name, colorHex, colorRole, "
+                                          "createdAt) VALUES (?1, ?2, ?3, ?4, ?5)");
         stmt.bind(1, tag.id.string())
             .bind(2, tag.name)
             .bind(3, tag.colorHex)
@@ -410,7 +430,10 @@ void SnippetStore::updateTag(const Tag& tag) {
     context_.performUndoable("Edit Tag", [&] {
         auto stmt = context_.db().prepare(
             "UPDATE Tag SET name = ?2, colorHex = ?3, colorRole = ?4 WHERE id = ?1");
-        stmt.bind(1, tag.id.string()).bind(2, tag.name).bind(3, tag.colorHex).bind(4, tag.colorRole);
+        stmt.bind(1, tag.id.string())
+            .bind(2, tag.name)
+            .bind(3, tag.colorHex)
+            .bind(4, tag.colorRole);
         stmt.run();
     });
 }

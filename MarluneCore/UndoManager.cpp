@@ -9,7 +9,9 @@
 
 namespace marlune {
 
-UndoManager::UndoManager(Database& db) : db_(db) {}
+UndoManager::UndoManager(Database& db) : UndoManager(db, Limits{}) {}
+
+UndoManager::UndoManager(Database& db, Limits limits) : db_(db), limits_(limits) {}
 
 UndoManager::~UndoManager() {
     if (session_ != nullptr) {
@@ -28,12 +30,28 @@ void UndoManager::beginGroup(std::string actionName) {
         depth_ = 0;
         throw DatabaseError(rc, "Cannot record the change for undo.");
     }
+    // Lets `endGroup` learn the size of the change without building it, so that a change too
+    // large to keep never costs its own size in memory a second time.
+    int trackSize = 1;
+    sqlite3session_object_config(session_, SQLITE_SESSION_OBJCONFIG_SIZE, &trackSize);
     // Every table with a primary key; the counter table has none and is kept by triggers.
     sqlite3session_attach(session_, nullptr);
 }
 
 void UndoManager::endGroup() {
     if (depth_ == 0 || --depth_ > 0) {
+        return;
+    }
+    if (sqlite3session_isempty(session_) != 0) {
+        sqlite3session_delete(session_);
+        session_ = nullptr;
+        return;
+    }
+    if (static_cast<std::size_t>(sqlite3session_changeset_size(session_)) + openName_.size() >
+        limits_.bytes) {
+        sqlite3session_delete(session_);
+        session_ = nullptr;
+        clearRedo();
         return;
     }
     int size = 0;
@@ -47,13 +65,29 @@ void UndoManager::endGroup() {
     }
     if (size > 0) {
         const auto* bytes = static_cast<const std::uint8_t*>(data);
-        undoStack_.push_back({std::move(openName_), {bytes, bytes + size}});
-        if (undoStack_.size() > levelsOfUndo) {
-            undoStack_.erase(undoStack_.begin());
-        }
-        redoStack_.clear();
+        clearRedo();
+        keep({std::move(openName_), {bytes, bytes + size}});
     }
     sqlite3_free(data);
+}
+
+void UndoManager::keep(Step step) {
+    if (step.cost() > limits_.bytes) {
+        return;
+    }
+    retainedBytes_ += step.cost();
+    undoStack_.push_back(std::move(step));
+    while (undoStack_.size() > limits_.steps || retainedBytes_ > limits_.bytes) {
+        retainedBytes_ -= undoStack_.front().cost();
+        undoStack_.pop_front();
+    }
+}
+
+void UndoManager::clearRedo() {
+    for (const auto& step : redoStack_) {
+        retainedBytes_ -= step.cost();
+    }
+    redoStack_.clear();
 }
 
 void UndoManager::discardGroup() {
@@ -103,9 +137,9 @@ void UndoManager::apply(const std::vector<std::uint8_t>& changeset, bool invert)
     if (invert) {
         int size = 0;
         void* inverted = nullptr;
-        const int rc = sqlite3changeset_invert(static_cast<int>(changeset.size()),
-                                               const_cast<std::uint8_t*>(changeset.data()), &size,
-                                               &inverted);
+        const int rc =
+            sqlite3changeset_invert(static_cast<int>(changeset.size()),
+                                    const_cast<std::uint8_t*>(changeset.data()), &size, &inverted);
         if (rc != SQLITE_OK) {
             throw DatabaseError(rc, "Cannot undo the change.");
         }
@@ -146,6 +180,7 @@ std::optional<std::string> UndoManager::redo() {
 void UndoManager::removeAllActions() {
     undoStack_.clear();
     redoStack_.clear();
+    retainedBytes_ = 0;
 }
 
 } // namespace marlune

@@ -1,6 +1,8 @@
 #include "ClipboardKit/CaptureGate.h"
+#include "ClipboardKit/NewClipFromCapture.h"
 #include "ClipboardKit/SkippedSecretTally.h"
-#include "MarluneCore/ContentFingerprint.h"
+#include "MarluneCore/ClipStore.h"
+#include "support/LibraryFixture.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -86,24 +88,21 @@ TEST(CaptureGateTest, EmptyClipboardIsNothingNotAnError) {
     EXPECT_TRUE(CaptureGate::decide(snapshot({text("TARGETS", "x")}), {}).isNothing());
 }
 
-TEST(CaptureGateTest, ContentHashIsTheLibraryFingerprintOfKindAndFlavours) {
-    const auto decision = CaptureGate::decide(
-        snapshot({text("text/html", "<b>hi</b>"), text("UTF8_STRING", "hi")}), {});
-    const auto* clip = decision.capturedClip();
-    ASSERT_NE(clip, nullptr);
-    const std::string html = "<b>hi</b>";
-    const std::string plain = "hi";
-    const std::vector<FingerprintPart> parts = {
-        {"public.html", {reinterpret_cast<const std::uint8_t*>(html.data()), html.size()}},
-        {"public.utf8-plain-text",
-         {reinterpret_cast<const std::uint8_t*>(plain.data()), plain.size()}}};
-    EXPECT_EQ(clip->contentHash, ContentFingerprint::compute("richText", parts));
-
-    // The same words copied from another application under other MIME names are a duplicate.
-    const auto again = CaptureGate::decide(
-        snapshot({text("text/html", "<b>hi</b>"), text("text/plain;charset=utf-8", "hi")}), {});
-    ASSERT_NE(again.capturedClip(), nullptr);
-    EXPECT_EQ(again.capturedClip()->contentHash, clip->contentHash);
+TEST(CaptureGateTest, SameWordsUnderOtherMimeNamesAreOneClipInTheLibrary) {
+    test::Library library;
+    ClipStore store(library.context(), {});
+    const Date now = test::testNow();
+    const auto record = [&](std::vector<Payload> payloads) {
+        const auto decision = CaptureGate::decide(snapshot(std::move(payloads)), {});
+        EXPECT_TRUE(decision.capturedClip()->contentHash.empty())
+            << "fingerprinted without the library's key";
+        return store.record(newClipFromCapture(*decision.capturedClip(), now, ""), now);
+    };
+    const Clip first = record({text("text/html", "<b>hi</b>"), text("UTF8_STRING", "hi")});
+    const Clip again =
+        record({text("text/html", "<b>hi</b>"), text("text/plain;charset=utf-8", "hi")});
+    EXPECT_EQ(again.id, first.id);
+    EXPECT_EQ(again.recopyCount, 1);
 }
 
 TEST(CaptureGateTest, ImportMessagesNameTheOutcome) {
@@ -130,6 +129,39 @@ TEST(CaptureGateTest, TallyCountsSkippedSecretsByKind) {
     EXPECT_EQ(tally.count(SecretKind::oneTimeCode), 1);
     EXPECT_EQ(tally.count(SecretKind::token), 0);
     EXPECT_EQ(tally.total(), 3);
+}
+
+TEST(CaptureGateTest, AClipArrivingWholeIsJudgedOnEveryTextualFlavourUnderThePolicy) {
+    CapturedClip hidden;
+    hidden.kind = ClipKind::richText;
+    hidden.representations = {{"public.utf8-plain-text", "see the page", std::nullopt},
+                              {"public.html", "<code>" + awsKey + "</code>", std::nullopt}};
+    EXPECT_EQ(CaptureGate::decide(hidden, SecretPolicy{}).secretKind(), SecretKind::apiKey)
+        << "a key in a flavour other than the plain text";
+    const auto allowed = CaptureGate::decide(hidden, SecretPolicy{false, true});
+    ASSERT_NE(allowed.capturedClip(), nullptr) << "the user's policy governs imports too";
+    EXPECT_EQ(*allowed.capturedClip(), hidden);
+}
+
+TEST(CaptureGateTest, TallySummaryNamesEachKindWithItsCount) {
+    const struct {
+        std::vector<SecretKind> skipped;
+        std::optional<std::string> summary;
+    } cases[] = {
+        {{}, std::nullopt},
+        {{SecretKind::token}, "Skipped 1 likely secret: 1 access token."},
+        {{SecretKind::cardNumber, SecretKind::apiKey, SecretKind::apiKey},
+         "Skipped 3 likely secrets: 2 API keys, 1 card number."},
+        {{SecretKind::oneTimeCode, SecretKind::privateKey, SecretKind::oneTimeCode},
+         "Skipped 3 likely secrets: 1 private key, 2 one-time codes."},
+    };
+    for (const auto& c : cases) {
+        SkippedSecretTally tally;
+        for (const auto kind : c.skipped) {
+            tally.record(kind);
+        }
+        EXPECT_EQ(tally.summary(), c.summary);
+    }
 }
 
 } // namespace

@@ -67,7 +67,8 @@ TEST(BoardOrderingTest, PinnedFirstMostRecentlyPinnedThenOpenThenDone) {
         c.boardOrder = key;
         return c;
     };
-    Clip open1 = clip(1), open2 = clip(2), pinnedOld = clip(0), pinnedNew = clip(-5), done = clip(99);
+    Clip open1 = clip(1), open2 = clip(2), pinnedOld = clip(0), pinnedNew = clip(-5),
+         done = clip(99);
     pinnedOld.boardPinnedAt = now - std::chrono::hours(2);
     pinnedNew.boardPinnedAt = now - std::chrono::hours(1);
     done.completedAt = now;
@@ -168,6 +169,111 @@ TEST_F(BoardStoreTest, MovingBetweenNeighboursWritesOnlyTheMovedKey) {
     EXPECT_EQ(texts(inbox), (std::vector<std::string>{"a", "b", "c"}));
 }
 
+// The section of every case, top to bottom: p4, p3 and p2 pinned together (and so ordered by
+// key), then p1 pinned earlier; then the open items c, b, a; then the done item d.
+TEST(BoardMove, AMoveHappensWithinTheItemsBandOrIsRefusedWithASentence) {
+    struct Case {
+        const char* name;
+        const char* moved;
+        const char* below;                 // ends up directly below the moved item
+        const char* above;                 // ends up directly above it
+        std::vector<std::string> expected; // the open items after the move; none: refused
+        const char* refusal = "";
+    };
+    const Case cases[] = {
+        {"open item to the top of the open ones, below the last pinned",
+         "a",
+         "c",
+         "p1",
+         {"p4", "p3", "p2", "p1", "a", "c", "b"}},
+        {"open item to the very top, above the pinned ones",
+         "a",
+         "p4",
+         nullptr,
+         {},
+         "Pinned items stay at the top, so an unpinned item cannot move among them. Pin the item "
+         "first, or move it below the pinned items."},
+        {"open item between two pinned ones", "b", "p1", "p2", {}, "Pinned items stay at the top"},
+        {"open item to the bottom of the open ones",
+         "c",
+         nullptr,
+         "a",
+         {"p4", "p3", "p2", "p1", "b", "a", "c"}},
+        {"open item below the done one", "c", nullptr, "d", {}, "Done items stay in the Done"},
+        {"pinned item among the open ones", "p4", "b", "c", {}, "A pinned item stays above"},
+        {"pinned item to the bottom of the pinned ones",
+         "p4",
+         "c",
+         "p1",
+         {"p3", "p2", "p1", "p4", "c", "b", "a"}},
+        {"pinned item to the top of the pinned ones",
+         "p1",
+         "p4",
+         nullptr,
+         {"p1", "p4", "p3", "p2", "c", "b", "a"}},
+        {"between two pinned at the same time",
+         "p4",
+         "p2",
+         "p3",
+         {"p3", "p4", "p2", "p1", "c", "b", "a"}},
+        {"between two pinned at different times",
+         "p4",
+         "p1",
+         "p2",
+         {"p3", "p2", "p4", "p1", "c", "b", "a"}},
+    };
+    for (const auto& c : cases) {
+        test::Library library;
+        Settings settings = Settings::load(library.dir / "settings.json",
+                                           std::chrono::system_clock::time_point(testNow()));
+        BoardStore store(library.context(), settings);
+        const Pinboard inbox = store.activeSection(testNow());
+        std::map<std::string, Uuid> ids;
+        int second = 0;
+        for (const char* name : {"d", "p1", "p2", "p3", "p4", "a", "b", "c"}) {
+            ids[name] =
+                store.addText(name, inbox, {}, testNow() + std::chrono::seconds(second++)).clip.id;
+        }
+        store.setPinned({ids["p1"]}, true, testNow());
+        store.setPinned({ids["p2"], ids["p3"], ids["p4"]}, true,
+                        testNow() + std::chrono::minutes(1));
+        store.setDone({ids["d"]}, true, testNow());
+        const auto id = [&](const char* name) {
+            return name ? std::optional<Uuid>(ids.at(name)) : std::nullopt;
+        };
+        const auto openItems = [&] {
+            BoardStore::ListFilter open;
+            open.includeDone = false;
+            std::vector<std::string> out;
+            for (const auto& item : store.items(inbox, testNow(), open)) {
+                out.push_back(item.text);
+            }
+            return out;
+        };
+        const auto before = openItems();
+        ASSERT_EQ(before, (std::vector<std::string>{"p4", "p3", "p2", "p1", "c", "b", "a"}))
+            << c.name;
+        try {
+            store.move(ids.at(c.moved), id(c.below), id(c.above), testNow());
+            EXPECT_FALSE(c.expected.empty()) << c.name << ": moved where it should be refused";
+            EXPECT_EQ(openItems(), c.expected) << c.name;
+        } catch (const BoardError& error) {
+            EXPECT_TRUE(c.expected.empty()) << c.name << ": refused: " << error.what();
+            EXPECT_EQ(error.kind(), BoardError::Kind::refused) << c.name;
+            EXPECT_TRUE(std::string(error.what()).starts_with(c.refusal)) << error.what();
+            EXPECT_EQ(openItems(), before) << c.name << ": a refused move changed the list";
+        }
+    }
+}
+
+TEST_F(BoardStoreTest, AnItemWithALongTextListsAndCopiesTheWholeText) {
+    const Pinboard inbox = store.activeSection(testNow());
+    const std::string text(ClipStore::inlineTextLimit + 10, 'y');
+    const Clip item = add(text, inbox);
+    EXPECT_EQ(texts(inbox), (std::vector<std::string>{text}));
+    EXPECT_EQ(store.item(item.id)->text, text);
+}
+
 TEST_F(BoardStoreTest, RemovingTakesTheItemOutOfEverySectionAndUndoPutsItBack) {
     const Pinboard inbox = store.activeSection(testNow());
     const Pinboard work = store.createSection("Work", testNow());
@@ -211,7 +317,8 @@ TEST_F(BoardStoreTest, MergeNeedsTwoOrMoreTextItems) {
     const Pinboard inbox = store.activeSection(testNow());
     const Clip a = add("first", inbox, testNow());
     const Clip b = add("second", inbox, testNow() + std::chrono::seconds(1));
-    const std::vector<std::vector<Uuid>> refused = {{}, {a.id}, {a.id, a.id}, {a.id, Uuid::random()}};
+    const std::vector<std::vector<Uuid>> refused = {
+        {}, {a.id}, {a.id, a.id}, {a.id, Uuid::random()}};
     for (const auto& ids : refused) {
         try {
             store.mergeSelection(ids, testNow());
@@ -244,7 +351,6 @@ TEST_F(BoardStoreTest, SnoozedItemsLeaveTheListUntilWokenAndTagsMatchWithoutCase
     EXPECT_EQ(items.front().tags, std::vector<std::string>{"Errands"});
 }
 
-
 Representation flavour(std::string_view type, std::optional<std::string> text) {
     Representation rep;
     rep.utTypeIdentifier = std::string(type);
@@ -273,8 +379,7 @@ TEST_F(BoardStoreTest, ItemTextIsTheFirstPlainFlavourElseTheFirstTextualOneElseT
         {"two plain, first by position", {flavour(plain, "A5"), flavour(plain, "B5")}, "A5"},
         {"plain without text", {flavour(plain, std::nullopt), flavour(rtf, "R6")}, "R6"},
         {"no textual flavour", {flavour("public.png", std::nullopt)}, "preview 7"},
-        {"plain that does not open", {flavour(rtf, "R8"), flavour(plain, "P8")}, "preview 8",
-         true},
+        {"plain that does not open", {flavour(rtf, "R8"), flavour(plain, "P8")}, "preview 8", true},
     };
     const Pinboard inbox = store.activeSection(testNow());
     const ClipCrypto stranger(SymmetricKey::random());

@@ -1,11 +1,12 @@
 #include "MarluneCore/BatchActions.h"
 #include "MarluneCore/ClipStore.h"
 #include "MarluneCore/ContentFingerprint.h"
+#include "MarluneCore/LibraryResealer.h"
+#include "MarluneCore/Resealer.h"
 #include "MarluneCore/TrashPolicy.h"
 #include "support/LibraryFixture.h"
 
 #include <gtest/gtest.h>
-
 #include <random>
 
 namespace marlune {
@@ -107,9 +108,8 @@ TEST(ClipStore, RepresentationsRoundTripInOrderWithLargeBytesOutsideTheRow) {
     ASSERT_EQ(reps.size(), 2U);
     EXPECT_EQ(reps[0].utTypeIdentifier, "public.png");
     EXPECT_EQ(reps[0].data, png.data);
-    EXPECT_EQ(reps[1].textBlob, text.textBlob);
-    auto inRow = library.context().db().prepare(
-        "SELECT max(length(text)) FROM Representation");
+    EXPECT_EQ(reps[1].text, "long") << "a text stored outside the row reads back as text";
+    auto inRow = library.context().db().prepare("SELECT max(length(text)) FROM Representation");
     inRow.step();
     EXPECT_TRUE(inRow.isNull(0)) << "bytes must not be stored in the representation's row";
 }
@@ -138,9 +138,8 @@ TEST_P(ClipStoreTrim, DropsOldestUnsparedBeyondTheLimit) {
     std::vector<Uuid> ids;
     for (int i = 0; i < c.clips; ++i) {
         // Clip i was last used on day i.
-        ids.push_back(store.record(textClip("clip " + std::to_string(i)),
-                                   daysAfter(testNow(), i))
-                          .id);
+        ids.push_back(
+            store.record(textClip("clip " + std::to_string(i)), daysAfter(testNow(), i)).id);
     }
     std::vector<Uuid> pinned(ids.begin(), ids.begin() + c.pinnedOldest);
     std::vector<Uuid> boarded(ids.begin() + c.pinnedOldest,
@@ -164,14 +163,13 @@ TEST_P(ClipStoreTrim, DropsOldestUnsparedBeyondTheLimit) {
     EXPECT_EQ(store.trimmableCount(), trueTrimmableCount(library.context()));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Limits, ClipStoreTrim,
-    ::testing::Values(TrimCase{"AtLimitKeepsAll", 5, 5, false, 0, 0, 5, 0},
-                      TrimCase{"OneOverDropsOldest", 6, 5, false, 0, 0, 5, 1},
-                      TrimCase{"LimitOfOne", 4, 1, false, 0, 0, 1, 3},
-                      TrimCase{"UnlimitedKeepsAll", 8, 2, true, 0, 0, 8, 0},
-                      TrimCase{"SparedDoNotCount", 8, 3, false, 2, 2, 7, 5}),
-    [](const auto& testInfo) { return std::string(testInfo.param.name); });
+INSTANTIATE_TEST_SUITE_P(Limits, ClipStoreTrim,
+                         ::testing::Values(TrimCase{"AtLimitKeepsAll", 5, 5, false, 0, 0, 5, 0},
+                                           TrimCase{"OneOverDropsOldest", 6, 5, false, 0, 0, 5, 1},
+                                           TrimCase{"LimitOfOne", 4, 1, false, 0, 0, 1, 3},
+                                           TrimCase{"UnlimitedKeepsAll", 8, 2, true, 0, 0, 8, 0},
+                                           TrimCase{"SparedDoNotCount", 8, 3, false, 2, 2, 7, 5}),
+                         [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 TEST(ClipStore, PurgeUsesRecencyAndIsStrictAtTheCutoff) {
     Library library;
@@ -268,18 +266,157 @@ TEST(ClipStore, TrimCounterMatchesTheLibraryThroughRandomChangesAndUndo) {
 }
 
 TEST(ContentFingerprint, FramingKeepsDifferentInputsApart) {
+    const auto key = FingerprintKey::derive(SymmetricKey::random());
     const std::vector<std::uint8_t> ab{'a', 'b'};
     const std::vector<std::uint8_t> b{'b'};
     const std::vector<std::uint8_t> empty;
     const FingerprintPart whole[] = {{"public.text", ab}};
     const FingerprintPart split[] = {{"public.texta", b}};
     const FingerprintPart two[] = {{"public.text", ab}, {"public.html", empty}};
-    const auto h1 = ContentFingerprint::compute("text", whole);
+    const auto h1 = ContentFingerprint::compute(key, "text", whole);
     EXPECT_EQ(h1.size(), 64U);
-    EXPECT_NE(h1, ContentFingerprint::compute("text", split));
-    EXPECT_NE(h1, ContentFingerprint::compute("url", whole));
-    EXPECT_NE(h1, ContentFingerprint::compute("text", two));
-    EXPECT_EQ(h1, ContentFingerprint::compute("text", whole));
+    EXPECT_NE(h1, ContentFingerprint::compute(key, "text", split));
+    EXPECT_NE(h1, ContentFingerprint::compute(key, "url", whole));
+    EXPECT_NE(h1, ContentFingerprint::compute(key, "text", two));
+    EXPECT_EQ(h1, ContentFingerprint::compute(key, "text", whole));
+}
+
+// What someone holding only the store file could compute from a guess.
+std::vector<std::string> unkeyedGuesses(std::string_view text) {
+    std::vector<std::uint8_t> framed;
+    const auto append = [&framed](std::string_view bytes, bool withLength) {
+        if (withLength) {
+            for (int shift = 56; shift >= 0; shift -= 8) {
+                framed.push_back(static_cast<std::uint8_t>(bytes.size() >> shift));
+            }
+        }
+        framed.insert(framed.end(), bytes.begin(), bytes.end());
+    };
+    append(std::string_view("marlune-clip-v1\0", 16), false);
+    append("text", true);
+    framed.insert(framed.end(), {0, 0, 0, 0, 0, 0, 0, 1});
+    append("public.utf8-plain-text", true);
+    append(text, true);
+    const auto bytes = [](std::string_view v) {
+        return std::span(reinterpret_cast<const std::uint8_t*>(v.data()), v.size());
+    };
+    return {sha256Hex(framed), sha256Hex(bytes(text))};
+}
+
+TEST(ContentFingerprint, OnlyTheContentKeyMakesTheFingerprintOfAGuess) {
+    const auto keyA = SymmetricKey::random();
+    const auto keyB = SymmetricKey::random();
+    const std::string pin = "4711";
+    const std::vector<std::uint8_t> bytes(pin.begin(), pin.end());
+    const FingerprintPart part[] = {{"public.utf8-plain-text", bytes}};
+    const auto underA = ContentFingerprint::compute(FingerprintKey::derive(keyA), "text", part);
+    EXPECT_EQ(underA, ContentFingerprint::compute(FingerprintKey::derive(keyA), "text", part));
+    EXPECT_NE(underA, ContentFingerprint::compute(FingerprintKey::derive(keyB), "text", part));
+    EXPECT_NE(underA,
+              ContentFingerprint::compute(FingerprintKey::withoutContentKey(), "text", part));
+    for (const auto& guess : unkeyedGuesses(pin)) {
+        EXPECT_NE(underA, guess);
+    }
+    // The recorded name of a key tells keys apart and says nothing of the fingerprints.
+    EXPECT_EQ(FingerprintKey::derive(keyA).identifier(), FingerprintKey::derive(keyA).identifier());
+    EXPECT_NE(FingerprintKey::derive(keyA).identifier(), FingerprintKey::derive(keyB).identifier());
+}
+
+std::string storedFingerprint(ModelContext& context, const Uuid& clip) {
+    auto stmt = context.db().prepare("SELECT contentHash FROM Clip WHERE id = ?1");
+    stmt.bind(1, clip.string());
+    stmt.step();
+    return stmt.text(0);
+}
+
+TEST(ClipStore, ACopyStillFindsItsClipAfterTheContentKeyChanges) {
+    test::TempDir dir;
+    const auto oldKey = SymmetricKey::random();
+    const auto newKey = SymmetricKey::random();
+    Uuid first;
+    std::string before;
+    {
+        auto container = MarluneStore::makeContainer({}, dir.path(), ClipCrypto(oldKey), "d");
+        first = ClipStore(container->mainContext(), {}).record(textClip("PIN 4711"), testNow()).id;
+        before = storedFingerprint(container->mainContext(), first);
+    }
+    auto container = MarluneStore::makeContainer({}, dir.path(), ClipCrypto(newKey, {oldKey}), "d");
+    auto& context = container->mainContext();
+    LibraryResealer::resealAll(context, Resealer({oldKey}, newKey));
+    EXPECT_NE(storedFingerprint(context, first), before) << "still under the retired key";
+
+    const Clip again = ClipStore(context, {}).record(textClip("PIN 4711"), daysAfter(testNow(), 1));
+    EXPECT_EQ(again.id, first);
+    EXPECT_EQ(again.recopyCount, 1);
+}
+
+TEST(ClipStore, FingerprintsOfAnOlderLibraryAreRecomputedOnceUnderTheKey) {
+    Library library;
+    auto& context = library.context();
+    ClipStore store(context, {});
+    const Uuid plain = store.record(textClip("PIN 4711"), testNow()).id;
+    NewClip image;
+    image.kind = ClipKind::image;
+    Representation png;
+    png.utTypeIdentifier = "public.png";
+    png.data = std::vector<std::uint8_t>{1, 2, 3};
+    image.representations.push_back(png);
+    const Uuid damaged = store.record(image, testNow()).id;
+    const std::string damagedFingerprint = storedFingerprint(context, damaged);
+    // As a library written before fingerprints were keyed: unkeyed fingerprints and no record
+    // of a key; and one clip whose bytes no longer open.
+    context.db()
+        .prepare("UPDATE Clip SET contentHash = ?2 WHERE id = ?1")
+        .bind(1, plain.string())
+        .bind(2, unkeyedGuesses("PIN 4711").front())
+        .run();
+    context.db().execute("DELETE FROM Metadata WHERE key = 'clipFingerprintKey'");
+    context.db().execute("UPDATE RepresentationData SET bytes = X'4D526B31' || zeroblob(40)");
+
+    const Clip again = store.record(textClip("PIN 4711"), daysAfter(testNow(), 1));
+    EXPECT_EQ(again.id, plain) << "the copy did not find the clip with the old fingerprint";
+    EXPECT_EQ(storedFingerprint(context, damaged), damagedFingerprint)
+        << "a fingerprint of content that does not open was written";
+    EXPECT_TRUE(
+        LibraryResealer::fingerprintsUseKey(context.db(), context.crypto().fingerprintKey()));
+    EXPECT_EQ(LibraryResealer::refreshFingerprints(context.db(), context.crypto()), 0)
+        << "a second pass found work left";
+}
+
+TEST(ClipStore, LongTextsLiveOutsideTheRowAndReadBackEverywhere) {
+    const std::size_t limit = ClipStore::inlineTextLimit;
+    const struct {
+        std::size_t size;
+        bool outsideRow;
+    } cases[] = {{limit - 1, false}, {limit, false}, {limit + 1, true}, {limit * 4, true}};
+    for (const auto& c : cases) {
+        Library library;
+        auto& context = library.context();
+        ClipStore store(context, {});
+        std::string text(c.size - 6, 'x');
+        text += "NEEDLE";
+        NewClip clip = textClip(text);
+        clip.previewText = "short preview";
+        const Clip stored = store.record(clip, testNow());
+
+        auto inRow = context.db().prepare("SELECT text IS NULL FROM Representation");
+        inRow.step();
+        EXPECT_EQ(inRow.int64(0) != 0, c.outsideRow) << c.size;
+        const auto reps = store.representations(stored.id);
+        ASSERT_EQ(reps.size(), 1U);
+        EXPECT_EQ(reps[0].text, text) << c.size;
+        EXPECT_FALSE(reps[0].textBlob.has_value()) << c.size;
+        const auto found = store.searchAll("needle", {});
+        ASSERT_EQ(found.size(), 1U) << c.size;
+        EXPECT_EQ(found[0].matchedIn, "text");
+        EXPECT_EQ(store.clip(stored.id)->previewText, "short preview");
+
+        // The fingerprint of what was stored is the one made at capture, so a copy finds it.
+        context.db().execute("DELETE FROM Metadata WHERE key = 'clipFingerprintKey'");
+        EXPECT_EQ(LibraryResealer::refreshFingerprints(context.db(), context.crypto()), 0)
+            << c.size;
+        EXPECT_EQ(store.record(textClip(text), testNow()).id, stored.id) << c.size;
+    }
 }
 
 } // namespace

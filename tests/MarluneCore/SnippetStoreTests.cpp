@@ -6,11 +6,11 @@
 #include "MarluneCore/SnippetStore.h"
 #include "support/LibraryFixture.h"
 
+#include <algorithm>
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <tuple>
-
-#include <algorithm>
 
 namespace marlune {
 namespace {
@@ -79,10 +79,10 @@ TEST(SnippetStore, UpdatedAtIsStampedOnChangesButNotOnUse) {
     EXPECT_EQ(stored->updatedAt, daysAfter(testNow(), 1));
     EXPECT_EQ(stored->createdAt, testNow());
     // Every edited column lands in its own place.
-    EXPECT_EQ(std::tie(stored->title, stored->keyword, stored->content, stored->isFavorite,
-                       stored->sortIndex, stored->lastFillInValues),
-              std::tie(s.title, s.keyword, s.content, s.isFavorite, s.sortIndex,
-                       s.lastFillInValues));
+    EXPECT_EQ(
+        std::tie(stored->title, stored->keyword, stored->content, stored->isFavorite,
+                 stored->sortIndex, stored->lastFillInValues),
+        std::tie(s.title, s.keyword, s.content, s.isFavorite, s.sortIndex, s.lastFillInValues));
     EXPECT_EQ(stored->contentType, SnippetContentType::richText);
     store.recordUse(s.id, daysAfter(testNow(), 2));
     store.recordUse(s.id, daysAfter(testNow(), 3));
@@ -146,6 +146,62 @@ TEST(SnippetStore, FailedChangeLeavesNothingToUndo) {
     EXPECT_TRUE(store.list(SnippetSortMode::manual).empty());
 }
 
+TEST(SnippetStore, AnEditNeverWritesEmptyTextOverFieldsThatDidNotOpen) {
+    struct Case {
+        const char* name;
+        std::function<void(Snippet&)> edit;
+        std::string expectedBody;
+        bool fillInsKept;
+    };
+    const Case cases[] = {
+        {"rename", [](Snippet& s) { s.title = "Renamed"; }, "sealed body", true},
+        {"favourite and keyword",
+         [](Snippet& s) {
+             s.isFavorite = true;
+             s.keyword = ";new";
+         },
+         "sealed body", true},
+        {"new body", [](Snippet& s) { s.content = "replaced"; }, "replaced", true},
+        {"emptied on purpose",
+         [](Snippet& s) {
+             s.contentUnreadable = false;
+             s.lastFillInValuesUnreadable = false;
+         },
+         "", false},
+    };
+    for (const auto& c : cases) {
+        test::TempDir dir;
+        const auto keyA = SymmetricKey::random();
+        const auto keyB = SymmetricKey::random();
+        Uuid id;
+        {
+            auto container = MarluneStore::makeContainer({}, dir.path(), ClipCrypto(keyA), "d");
+            SnippetStore store(container->mainContext());
+            Snippet s = snippetWith("Letter", ";let");
+            s.content = "sealed body";
+            id = store.create(s, testNow()).id;
+            store.setLastFillInValues(id, {{"name", "Ada"}});
+        }
+        {
+            // A key that cannot open what key A sealed.
+            auto container = MarluneStore::makeContainer({}, dir.path(), ClipCrypto(keyB), "d");
+            SnippetStore store(container->mainContext());
+            Snippet s = *store.snippet(id);
+            EXPECT_TRUE(s.contentUnreadable) << c.name;
+            EXPECT_TRUE(s.content.empty()) << c.name;
+            EXPECT_TRUE(s.lastFillInValuesUnreadable) << c.name;
+            c.edit(s);
+            const Snippet saved = store.update(s, testNow());
+            EXPECT_EQ(saved.contentUnreadable, c.expectedBody == "sealed body") << c.name;
+        }
+        auto container = MarluneStore::makeContainer({}, dir.path(), ClipCrypto(keyA, {keyB}), "d");
+        const Snippet back = *SnippetStore(container->mainContext()).snippet(id);
+        EXPECT_EQ(back.content, c.expectedBody) << c.name;
+        EXPECT_FALSE(back.contentUnreadable) << c.name;
+        EXPECT_EQ(back.lastFillInValues.has_value(), c.fillInsKept) << c.name;
+    }
+}
+
 // Every sealed field, written with a distinctive text, must appear nowhere in the files on
 // disk: not in the store, not in its write-ahead log.
 TEST(SealingAtRest, NoPlaintextReachesTheStoreFileOrItsLog) {
@@ -154,7 +210,7 @@ TEST(SealingAtRest, NoPlaintextReachesTheStoreFileOrItsLog) {
     SnippetStore snippets(context);
     ClipStore clips(context, {});
     const std::vector<std::string> secrets = {
-        "PLAINTEXT-SNIPPET-BODY-7731", "PLAINTEXT-FILLIN-7732", "PLAINTEXT-PREVIEW-7733",
+        "PLAINTEXT-SNIPPET-BODY-7731", "PLAINTEXT-FILLIN-7732",   "PLAINTEXT-PREVIEW-7733",
         "PLAINTEXT-REP-TEXT-7734",     "PLAINTEXT-REP-DATA-7735", "PLAINTEXT-REP-BLOB-7736",
         "PLAINTEXT-BOARD-NOTE-7737",   "PLAINTEXT-PROFILE-7738",
     };
@@ -217,12 +273,12 @@ TEST(LibraryResealer, ValuesSealedUnderARetiredKeyMoveToTheCurrentKey) {
         clipID = ClipStore(container->mainContext(), {}).record(clip, testNow()).id;
     }
     {
-        auto container = MarluneStore::makeContainer(
-            {}, dir.path(), ClipCrypto(newKey, {oldKey}), "d");
+        auto container =
+            MarluneStore::makeContainer({}, dir.path(), ClipCrypto(newKey, {oldKey}), "d");
         EXPECT_EQ(SnippetStore(container->mainContext()).snippet(snippetID)->content,
                   "sealed under the old key");
-        const auto moved = LibraryResealer::resealAll(container->mainContext(),
-                                                      Resealer({oldKey}, newKey));
+        const auto moved =
+            LibraryResealer::resealAll(container->mainContext(), Resealer({oldKey}, newKey));
         EXPECT_EQ(moved, 3); // the body, the preview and the flavour bytes
         EXPECT_EQ(LibraryResealer::resealAll(container->mainContext(), Resealer({oldKey}, newKey)),
                   0)
