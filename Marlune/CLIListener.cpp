@@ -6,6 +6,7 @@
 #include "MarluneCLIProtocol/CLIRequestGate.h"
 #include "MarluneCLIProtocol/CLIToken.h"
 #include "MarluneCore/AtomicFile.h"
+#include "MarluneCore/Database.h"
 #include "MarluneCore/LibraryPaths.h"
 #include "MarluneCore/Log.h"
 #include "MarluneCore/MainActor.h"
@@ -55,9 +56,8 @@ bool CLIListener::start() {
         createPrivateDirectory(endpoint.directory);
         const std::string token = loadOrCreateToken(endpoint.tokenPath());
         CLIPeerPolicy policy;
-        policy.requireBundledTool =
-            environment_.settings == nullptr ||
-            environment_.settings->boolean("cliRequireBundledTool", true);
+        policy.requireBundledTool = environment_.settings == nullptr ||
+                                    environment_.settings->boolean("cliRequireBundledTool", true);
         policy.bundledTool = bundledToolPath();
         server_ = std::make_unique<CLISocketServer>(
             endpoint.socketPath().string(), token,
@@ -81,7 +81,9 @@ void CLIListener::stop() {
     }
 }
 
-bool CLIListener::isServing() const { return server_ && server_->listenFD() >= 0; }
+bool CLIListener::isServing() const {
+    return server_ && server_->listenFD() >= 0;
+}
 
 std::filesystem::path CLIListener::socketPath() const {
     return CLIEndpoint{environment_.libraryDirectory}.socketPath();
@@ -91,7 +93,9 @@ void CLIListener::add(std::string name, Handler handler) {
     handlers_[std::move(name)] = std::move(handler);
 }
 
-bool CLIListener::has(std::string_view name) const { return handlers_.contains(name); }
+bool CLIListener::has(std::string_view name) const {
+    return handlers_.contains(name);
+}
 
 CLIResponse CLIListener::dispatch(const CLIRequest& request) {
     MainActor::assertIsolated();
@@ -112,14 +116,21 @@ CLIResponse CLIListener::dispatch(const CLIRequest& request) {
                                         ? CLIErrorCode::conflict
                                         : CLIErrorCode::notFound,
                                     error.what());
+    } catch (const DatabaseError& error) {
+        // The user reads a sentence; the statement and SQLite's wording go to the log.
+        logs::store.error(request.command + " failed: " + error.detail());
+        return CLIResponse::failure(error.isBusy() ? CLIErrorCode::busy : CLIErrorCode::runtime,
+                                    error.what());
     } catch (const std::exception& error) {
         return CLIResponse::failure(CLIErrorCode::runtime, error.what());
     }
 }
 
-// Runs on the server's thread: hands the request to the main thread and waits for its answer.
-// The wait gives up only when the listener is being stopped, so that stopping cannot deadlock
-// against a main thread that is itself waiting for the server to finish.
+// Runs on a connection's thread, several at once when clients overlap: each call hands its
+// request to the main thread with a promise of its own and waits, and the main thread answers
+// the queued requests one after another. The wait gives up only when the listener is being
+// stopped, so that stopping cannot deadlock against a main thread that is itself waiting for the
+// server to finish.
 CLIResponse CLIListener::bridge(const CLIRequest& request) {
     auto answer = std::make_shared<std::promise<CLIResponse>>();
     auto future = answer->get_future();

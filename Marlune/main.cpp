@@ -9,18 +9,15 @@
 #include "Marlune/PasteStackService.h"
 #include "MarluneCore/BoardAutoArchive.h"
 #include "MarluneCore/BoardMembershipBackfill.h"
-#include "MarluneCore/ClipStore.h"
-#include "MarluneCore/UsageStats.h"
 #include "MarluneCore/Log.h"
 #include "MarluneCore/MainActor.h"
-#include "MarluneCore/SnippetStore.h"
+#include "MarluneCore/UsageStats.h"
 #include "Platform/SecretServiceKeyring.h"
 
 #include <QApplication>
 #include <QCoreApplication>
 #include <QSocketNotifier>
 #include <QTimer>
-
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -41,8 +38,10 @@ constexpr std::string_view staleLinkMessage =
     "  - point ~/.local/bin/marlune at the `marlune` tool beside `marlune-app`.\n";
 
 constexpr std::string_view usage =
-    "Usage: marlune-app [--headless] [--version] [--help]\n"
-    "  --headless  run without tray, keyboard or clipboard services (no display needed)\n";
+    "Usage: marlune-app [--headless] [--start-new-library] [--version] [--help]\n"
+    "  --headless           run without tray, keyboard or clipboard services (no display "
+    "needed)\n"
+    "  --start-new-library  keep the current library aside, untouched, and start an empty one\n";
 
 int signalPipe[2] = {-1, -1};
 
@@ -73,10 +72,13 @@ int main(int argc, char** argv) {
     }
 
     bool headless = false;
+    bool startNewLibrary = false;
     for (int i = 1; i < argc; ++i) {
         const std::string_view arg = argv[i];
         if (arg == "--headless") {
             headless = true;
+        } else if (arg == "--start-new-library") {
+            startNewLibrary = true;
         } else if (arg == "--version") {
             std::printf("marlune-app %s\n", MARLUNE_VERSION);
             return 0;
@@ -108,6 +110,20 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationName("Marlune");
     QCoreApplication::setOrganizationDomain("marlune.org");
 
+    if (startNewLibrary) {
+        try {
+            const auto aside = setLibraryAside(LibraryPaths::processEnvironment(),
+                                               std::chrono::system_clock::now());
+            logs::app.info(aside.empty() ? std::string("There is no library to set aside; "
+                                                       "starting a new one.")
+                                         : "The library was set aside, untouched, in " +
+                                               aside.string() + "; starting a new one.");
+        } catch (const std::exception& error) {
+            logs::app.error(std::string("Could not set the library aside: ") + error.what());
+            return 1;
+        }
+    }
+
     OpenedLibrary library;
     try {
         SecretServiceKeyring keyring;
@@ -118,33 +134,34 @@ int main(int argc, char** argv) {
         return 1;
     }
     ModelContext& context = library.container->mainContext();
-    {
-        SnippetStore snippets(context);
-        ClipStore clips(context, ClipStoreSettings::read(*library.settings));
-        logs::app.info("Library " + library.paths.libraryDirectory.string() + " open: " +
-                       std::to_string(snippets.list(SnippetSortMode::manual).size()) +
-                       " snippets, " + std::to_string(clips.liveCount()) + " clips" +
-                       (headless ? "; running headless." : "."));
-    }
+    logs::app.info("Library " + library.paths.libraryDirectory.string() +
+                   " open: " + std::to_string(library.snippetCount) + " snippets, " +
+                   std::to_string(library.clipCount) + " clips" +
+                   (headless ? "; running headless." : "."));
 
     // The Board's one-time membership backfill, then (now and hourly, with the Trash and
     // history purges) the archive of long-finished Board items.
-    try {
-        BoardMembershipBackfill::run(context, *library.settings);
-    } catch (const std::exception& error) {
-        logs::app.error(std::string("Board backfill failed: ") + error.what());
-    }
     auto upkeep = [&] {
-        try {
-            runMaintenance(context, *library.settings, dateNow());
-            BoardAutoArchive::archiveFinishedItems(context, *library.settings, dateNow());
-        } catch (const std::exception& error) {
-            logs::app.error(std::string("Library upkeep failed: ") + error.what());
-        }
+        runMaintenance(context, *library.settings, dateNow());
+        BoardAutoArchive::archiveFinishedItems(context, *library.settings, dateNow());
     };
-    upkeep();
+    try {
+        tolerateAtStartup(library, "Board backfill failed: ", [&] {
+            BoardMembershipBackfill::run(context, *library.settings);
+        });
+        tolerateAtStartup(library, "Library upkeep failed: ", upkeep);
+    } catch (const std::exception& error) {
+        logs::app.error(containerFailureMessage(error));
+        return 1;
+    }
     QTimer upkeepTimer;
-    QObject::connect(&upkeepTimer, &QTimer::timeout, upkeep);
+    QObject::connect(&upkeepTimer, &QTimer::timeout, [&] {
+        try {
+            upkeep();
+        } catch (const std::exception& error) {
+            logs::app.error("Library upkeep failed: " + describeFailure(error));
+        }
+    });
     upkeepTimer.start(std::chrono::hours(1));
 
     // Quit cleanly on SIGTERM, SIGINT and SIGHUP: the handler only writes a byte, and the
@@ -170,15 +187,26 @@ int main(int argc, char** argv) {
 
     // The desktop services: expansion, capture, the fill-in form. Each says whether it works.
     // Shared by the command line and the desktop services.
-    auto pasteStack = PasteStackLibrary::open(library.paths.libraryDirectory, context);
-    auto usageStats = std::make_shared<UsageStats>(library.paths.libraryDirectory /
-                                                   UsageStats::fileName);
+    std::shared_ptr<PasteStackModel> pasteStack;
     std::unique_ptr<AppServices> services;
-    if (!headless) {
-        services = std::make_unique<AppServices>(context, *library.settings);
-        for (const auto& line : services->start(pasteStack)) {
-            logs::app.info(line);
+    try {
+        pasteStack = atStartup(library, [&] {
+            return PasteStackLibrary::open(library.paths.libraryDirectory, context);
+        });
+        if (!headless) {
+            services = std::make_unique<AppServices>(context, *library.settings);
+            for (const auto& line :
+                 atStartup(library, [&] { return services->start(pasteStack); })) {
+                logs::app.info(line);
+            }
         }
+    } catch (const std::exception& error) {
+        logs::app.error(containerFailureMessage(error));
+        return 1;
+    }
+    auto usageStats =
+        std::make_shared<UsageStats>(library.paths.libraryDirectory / UsageStats::fileName);
+    if (services) {
         services->onExpansion = [usageStats](std::int64_t keystrokesSaved) {
             try {
                 usageStats->record(dateNow(), keystrokesSaved);

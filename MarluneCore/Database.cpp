@@ -1,28 +1,84 @@
 #include "MarluneCore/Database.h"
 
-#include <sqlite3.h>
-
 #include <memory>
+#include <sqlite3.h>
 #include <unordered_map>
 
 namespace marlune {
 
 namespace {
 
-[[noreturn]] void fail(sqlite3* db, int code, std::string_view context) {
-    std::string message(context);
-    message += ": ";
-    message += db ? sqlite3_errmsg(db) : sqlite3_errstr(code);
-    throw DatabaseError(code, message);
+[[noreturn]] void fail(sqlite3* db, int code, std::string_view context,
+                       DatabaseError::Access access) {
+    std::string detail(context);
+    detail += ": ";
+    detail += db ? sqlite3_errmsg(db) : sqlite3_errstr(code);
+    throw DatabaseError(code, detail, access);
 }
 
 void check(sqlite3* db, int code, std::string_view context) {
     if (code != SQLITE_OK) {
-        fail(db, code, context);
+        fail(db, code, context, DatabaseError::Access::writing);
     }
 }
 
 } // namespace
+
+bool DatabaseError::isDamage() const {
+    const int primary = code_ & 0xff;
+    return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
+}
+
+bool DatabaseError::isBusy() const {
+    const int primary = code_ & 0xff;
+    return primary == SQLITE_BUSY || primary == SQLITE_LOCKED;
+}
+
+std::string DatabaseError::userMessage(int code, Access access) {
+    const bool reading = access == Access::reading;
+    const std::string failed =
+        reading ? "The library could not be read" : "The library could not be saved";
+    if (code == SQLITE_IOERR_NOMEM) {
+        code = SQLITE_NOMEM;
+    }
+    switch (code & 0xff) {
+    case SQLITE_FULL:
+        return failed + " because the disk is full. Free some space on the disk and try again.";
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return "The library is damaged: part of its file cannot be read. Restore the library "
+               "from a backup, or move it aside to start a new one.";
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+    case SQLITE_PROTOCOL:
+        return "The library is busy: another program is using it. Try again in a moment.";
+    case SQLITE_READONLY:
+        return "The library could not be saved because its file is read-only. Check the "
+               "permissions of the library folder and the files in it.";
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+        return failed + " because the system refused access to it. Check the permissions of "
+                        "the library folder and the files in it.";
+    case SQLITE_CANTOPEN:
+        return "The library file could not be opened. Check that the library folder exists and "
+               "that you may read and write the files in it.";
+    case SQLITE_IOERR:
+        return failed + " because of a disk error. Check the disk, then try again.";
+    case SQLITE_NOMEM:
+        return failed + " because there was not enough memory. Close some programs and try "
+                        "again.";
+    case SQLITE_TOOBIG:
+        return "The item is too large for the library to store. Make it smaller and try again.";
+    case SQLITE_CONSTRAINT:
+        return "The change conflicts with what the library already holds, so it was not saved. "
+               "List the items again and retry.";
+    case SQLITE_INTERRUPT:
+        return failed + " because the operation was interrupted. Try again.";
+    default:
+        return failed + " because of an unexpected error. Try again; if it keeps happening, "
+                        "Marlune's log has the details.";
+    }
+}
 
 struct Database::Cache {
     std::unordered_map<std::string, std::unique_ptr<Statement>> statements;
@@ -46,7 +102,8 @@ Database Database::open(const std::filesystem::path& path, OpenMode mode) {
     if (rc != SQLITE_OK) {
         std::string message = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
         sqlite3_close_v2(db);
-        throw DatabaseError(rc, "Cannot open " + path.string() + ": " + message);
+        throw DatabaseError(rc, "Cannot open " + path.string() + ": " + message,
+                            DatabaseError::Access::reading);
     }
     sqlite3_extended_result_codes(db, 1);
     sqlite3_busy_timeout(db, 5000);
@@ -55,8 +112,9 @@ Database Database::open(const std::filesystem::path& path, OpenMode mode) {
 
 Database Database::openInMemory() {
     sqlite3* db = nullptr;
-    const int rc = sqlite3_open_v2(":memory:", &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE |
-                                                        SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_MEMORY,
+    const int rc = sqlite3_open_v2(":memory:", &db,
+                                   SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE |
+                                       SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_MEMORY,
                                    nullptr);
     if (rc != SQLITE_OK) {
         sqlite3_close_v2(db);
@@ -109,7 +167,8 @@ Statement Database::prepare(std::string_view sql) {
     const int rc =
         sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &stmt, nullptr);
     if (rc != SQLITE_OK) {
-        fail(db_, rc, "Cannot prepare \"" + std::string(sql.substr(0, 120)) + "\"");
+        fail(db_, rc, "Cannot prepare \"" + std::string(sql.substr(0, 120)) + "\"",
+             DatabaseError::Access::reading);
     }
     return Statement(db_, stmt);
 }
@@ -120,15 +179,16 @@ Statement& Database::cached(std::string_view sql) {
     }
     auto it = cache_->statements.find(std::string(sql));
     if (it == cache_->statements.end()) {
-        it = cache_->statements
-                 .emplace(std::string(sql), std::make_unique<Statement>(prepare(sql)))
+        it = cache_->statements.emplace(std::string(sql), std::make_unique<Statement>(prepare(sql)))
                  .first;
     }
     it->second->reset();
     return *it->second;
 }
 
-std::int64_t Database::changes() const { return sqlite3_changes64(db_); }
+std::int64_t Database::changes() const {
+    return sqlite3_changes64(db_);
+}
 
 Database::ChangeStamp Database::changeStamp() {
     ChangeStamp stamp;
@@ -141,7 +201,9 @@ Database::ChangeStamp Database::changeStamp() {
     return stamp;
 }
 
-bool Database::inTransaction() const { return sqlite3_get_autocommit(db_) == 0; }
+bool Database::inTransaction() const {
+    return sqlite3_get_autocommit(db_) == 0;
+}
 
 Database::Transaction::Transaction(Database& db) : db_(db) {
     name_ = "marlune_sp" + std::to_string(db_.savepointDepth_++);
@@ -180,7 +242,9 @@ Statement& Statement::operator=(Statement&& other) noexcept {
     return *this;
 }
 
-Statement::~Statement() { sqlite3_finalize(stmt_); }
+Statement::~Statement() {
+    sqlite3_finalize(stmt_);
+}
 
 Statement& Statement::bind(int index, std::int64_t value) {
     check(db_, sqlite3_bind_int64(stmt_, index, value), "bind");
@@ -193,10 +257,10 @@ Statement& Statement::bind(int index, double value) {
 }
 
 Statement& Statement::bind(int index, std::string_view text) {
-    check(db_,
-          sqlite3_bind_text64(stmt_, index, text.data(), text.size(), SQLITE_TRANSIENT,
-                              SQLITE_UTF8),
-          "bind");
+    check(
+        db_,
+        sqlite3_bind_text64(stmt_, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8),
+        "bind");
     return *this;
 }
 
@@ -222,8 +286,10 @@ bool Statement::step() {
         return false;
     }
     const std::string sql = sqlite3_sql(stmt_) ? sqlite3_sql(stmt_) : "";
+    const auto access = sqlite3_stmt_readonly(stmt_) != 0 ? DatabaseError::Access::reading
+                                                          : DatabaseError::Access::writing;
     sqlite3_reset(stmt_);
-    fail(db_, rc, "Statement failed \"" + sql.substr(0, 120) + "\"");
+    fail(db_, rc, "Statement failed \"" + sql.substr(0, 120) + "\"", access);
 }
 
 void Statement::run() {
@@ -241,9 +307,13 @@ bool Statement::isNull(int column) const {
     return sqlite3_column_type(stmt_, column) == SQLITE_NULL;
 }
 
-std::int64_t Statement::int64(int column) const { return sqlite3_column_int64(stmt_, column); }
+std::int64_t Statement::int64(int column) const {
+    return sqlite3_column_int64(stmt_, column);
+}
 
-double Statement::real(int column) const { return sqlite3_column_double(stmt_, column); }
+double Statement::real(int column) const {
+    return sqlite3_column_double(stmt_, column);
+}
 
 std::string_view Statement::textView(int column) const {
     const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(stmt_, column));
@@ -251,7 +321,9 @@ std::string_view Statement::textView(int column) const {
     return data ? std::string_view(data, static_cast<std::size_t>(size)) : std::string_view();
 }
 
-std::string Statement::text(int column) const { return std::string(textView(column)); }
+std::string Statement::text(int column) const {
+    return std::string(textView(column));
+}
 
 std::vector<std::uint8_t> Statement::blob(int column) const {
     const auto* data = static_cast<const std::uint8_t*>(sqlite3_column_blob(stmt_, column));

@@ -14,14 +14,33 @@ struct sqlite3_stmt;
 
 namespace marlune {
 
-// An SQLite failure, with SQLite's own message and the statement that failed.
+// An SQLite failure. What the user reads (`what()`) is a sentence chosen by SQLite's result
+// code: the statement and SQLite's own wording mean nothing to them, and the statement would
+// tell them nothing they could act on. Those stay in `detail()`, for the log; neither holds
+// content, since values are bound rather than written into statements.
 class DatabaseError : public std::runtime_error {
 public:
-    DatabaseError(int code, const std::string& message) : std::runtime_error(message), code_(code) {}
+    // Whether the failed operation read the library or changed it, which decides between
+    // "could not be read" and "could not be saved".
+    enum class Access { reading, writing };
+
+    DatabaseError(int code, std::string detail, Access access = Access::writing)
+        : std::runtime_error(userMessage(code, access)), code_(code), detail_(std::move(detail)) {}
+
+    // SQLite's extended result code.
     int code() const { return code_; }
+    const std::string& detail() const { return detail_; }
+    // SQLite found the file's content damaged (a malformed page, or not a database at all).
+    bool isDamage() const;
+    // Another connection holds a lock SQLite gave up waiting for.
+    bool isBusy() const;
+
+    // The sentence for a failure with SQLite result code `code` (primary or extended).
+    static std::string userMessage(int code, Access access);
 
 private:
     int code_;
+    std::string detail_;
 };
 
 class Statement;
@@ -104,7 +123,9 @@ public:
     Statement& bind(int index, double value);
     Statement& bind(int index, std::string_view text);
     Statement& bind(int index, const char* text) { return bind(index, std::string_view(text)); }
-    Statement& bind(int index, const std::string& text) { return bind(index, std::string_view(text)); }
+    Statement& bind(int index, const std::string& text) {
+        return bind(index, std::string_view(text));
+    }
     Statement& bindBlob(int index, std::span<const std::uint8_t> bytes);
     Statement& bindNull(int index);
     template <typename T> Statement& bind(int index, const std::optional<T>& value) {

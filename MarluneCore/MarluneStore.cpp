@@ -2,13 +2,12 @@
 
 #include "MarluneCore/Log.h"
 
-#include <sqlite3.h>
-#include <sys/stat.h>
-
 #include <array>
 #include <cstring>
 #include <fstream>
 #include <mutex>
+#include <sqlite3.h>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace marlune {
@@ -22,18 +21,23 @@ MarluneStoreError MarluneStoreError::appGroupUnavailable(std::string_view groupI
             std::string(groupIdentifier)};
 }
 
+MarluneStoreError MarluneStoreError::damaged(const fs::path& file, std::string_view why) {
+    return {Kind::damaged,
+            "The library file " + file.string() + " is damaged (" + std::string(why) +
+                "). It was left untouched; restore it from a backup or move it aside to start "
+                "a new library."};
+}
+
+MarluneStoreError MarluneStoreError::damaged(const fs::path& file, const DatabaseError& report) {
+    logs::store.error("SQLite reports damage in " + file.string() + ": " + report.detail());
+    return damaged(file, "part of it cannot be read");
+}
+
 namespace {
 
 std::uint32_t readBE32(const unsigned char* p) {
     return (std::uint32_t{p[0]} << 24U) | (std::uint32_t{p[1]} << 16U) |
            (std::uint32_t{p[2]} << 8U) | std::uint32_t{p[3]};
-}
-
-MarluneStoreError damaged(const fs::path& file, const std::string& why) {
-    return {MarluneStoreError::Kind::damaged,
-            "The library file " + file.string() + " is damaged (" + why +
-                "). It was left untouched; restore it from a backup or move it aside to start "
-                "a new library."};
 }
 
 // Checks the file's SQLite header before SQLite touches it, so a file that is not ours, or
@@ -52,7 +56,7 @@ void validateHeader(const fs::path& file) {
     const auto got = static_cast<std::size_t>(in.gcount());
     static constexpr char magic[] = "SQLite format 3"; // 16 bytes with its terminating zero
     if (size == 0) {
-        throw damaged(file, "the file is empty");
+        throw MarluneStoreError::damaged(file, "the file is empty");
     }
     if (got < sizeof magic || std::memcmp(header.data(), magic, sizeof magic) != 0) {
         throw MarluneStoreError(MarluneStoreError::Kind::notADatabase,
@@ -61,17 +65,17 @@ void validateHeader(const fs::path& file) {
                                     "was left untouched.");
     }
     if (got < header.size()) {
-        throw damaged(file, "the file ends inside its header");
+        throw MarluneStoreError::damaged(file, "the file ends inside its header");
     }
     std::uint32_t pageSize = (std::uint32_t{header[16]} << 8U) | header[17];
     if (pageSize == 1) {
         pageSize = 65536;
     }
     if (pageSize < 512 || (pageSize & (pageSize - 1)) != 0) {
-        throw damaged(file, "its header names an impossible page size");
+        throw MarluneStoreError::damaged(file, "its header names an impossible page size");
     }
     if (size % pageSize != 0) {
-        throw damaged(file, "it is not a whole number of pages long");
+        throw MarluneStoreError::damaged(file, "it is not a whole number of pages long");
     }
     // The header's page count is trustworthy when its "valid for" stamp matches the change
     // counter; a shorter file than that was truncated.
@@ -80,9 +84,20 @@ void validateHeader(const fs::path& file) {
     const std::uint32_t validFor = readBE32(&header[92]);
     if (pages != 0 && changeCounter == validFor &&
         static_cast<std::uint64_t>(pages) * pageSize > size) {
-        throw damaged(file, "it is " + std::to_string(size) + " bytes long but its header says " +
-                                std::to_string(static_cast<std::uint64_t>(pages) * pageSize));
+        throw MarluneStoreError::damaged(
+            file, "it is " + std::to_string(size) + " bytes long but its header says " +
+                      std::to_string(static_cast<std::uint64_t>(pages) * pageSize));
     }
+}
+
+MarluneStoreError cannotOpen(const fs::path& file, const DatabaseError& error) {
+    logs::store.error("Cannot open " + file.string() + ": " + error.detail());
+    const bool unopenable = (error.code() & 0xff) == SQLITE_CANTOPEN;
+    return {MarluneStoreError::Kind::cannotOpen,
+            "The library file " + file.string() + " could not be opened. " +
+                (unopenable ? std::string("Check that you may read and write it and the folder "
+                                          "that holds it.")
+                            : std::string(error.what()))};
 }
 
 std::optional<SchemaVersion> parseVersion(std::string_view text) {
@@ -111,28 +126,26 @@ SchemaVersion readVersion(Database& db, const fs::path& file) {
         }
         auto stmt = db.prepare("SELECT value FROM Metadata WHERE key = 'schemaVersion'");
         if (!stmt.step()) {
-            throw damaged(file, "it records no schema version");
+            throw MarluneStoreError::damaged(file, "it records no schema version");
         }
         const auto text = stmt.text(0);
         auto version = parseVersion(text);
         if (!version) {
-            throw damaged(file, "its schema version \"" + text + "\" is unreadable");
+            throw MarluneStoreError::damaged(file,
+                                             "its schema version \"" + text + "\" is unreadable");
         }
         return *version;
     } catch (const DatabaseError& error) {
-        const int primary = error.code() & 0xff;
-        if (primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT) {
-            throw damaged(file, error.what());
+        if (error.isDamage()) {
+            throw MarluneStoreError::damaged(file, error);
         }
-        throw MarluneStoreError(MarluneStoreError::Kind::cannotOpen,
-                                "Cannot read the library file " + file.string() + ": " +
-                                    error.what());
+        throw cannotOpen(file, error);
     }
 }
 
+// Settings of this connection only: none of them writes to the file.
 void configure(Database& db, bool onDisk) {
     if (onDisk) {
-        db.execute("PRAGMA journal_mode = WAL");
         db.execute("PRAGMA synchronous = FULL");
         // 32 MiB of page cache keeps the indexes of a large history resident, so an insert
         // costs about the same at a hundred thousand clips as at a thousand.
@@ -171,8 +184,8 @@ std::string describeChoices(const ContainerChoices& c) {
 
 std::unique_ptr<ModelContainer> MarluneStore::makeContainer(ContainerChoices choices,
                                                             const fs::path& libraryDirectory,
-                                                            ClipCrypto crypto,
-                                                            std::string deviceID) {
+                                                            ClipCrypto crypto, std::string deviceID,
+                                                            const FirstReads& readFirst) {
     MainActor::assertIsolated();
     if (choices.appGroup) {
         throw MarluneStoreError::appGroupUnavailable(appGroupIdentifier);
@@ -209,7 +222,7 @@ std::unique_ptr<ModelContainer> MarluneStore::makeContainer(ContainerChoices cho
             try {
                 return Database::open(file, Database::OpenMode::readWrite);
             } catch (const DatabaseError& error) {
-                throw MarluneStoreError(MarluneStoreError::Kind::cannotOpen, error.what());
+                throw cannotOpen(file, error);
             }
         }();
         const SchemaVersion version = readVersion(existing, file);
@@ -225,16 +238,38 @@ std::unique_ptr<ModelContainer> MarluneStore::makeContainer(ContainerChoices cho
                                         "untouched.",
                                     text);
         }
-        if (version < MarluneMigrationPlan::current) {
-            MarluneMigrationPlan::migrate(existing, version);
+        try {
+            if (version < MarluneMigrationPlan::current) {
+                MarluneMigrationPlan::migrate(existing, version);
+            }
+            MarluneMigrationPlan::addQueryIndexes(existing);
+        } catch (const DatabaseError& error) {
+            if (error.isDamage()) {
+                throw MarluneStoreError::damaged(file, error);
+            }
+            throw;
         }
-        MarluneMigrationPlan::addQueryIndexes(existing);
         return existing;
     }();
     configure(db, !choices.inMemory);
 
-    auto context = std::make_unique<ModelContext>(std::move(db), std::move(crypto),
-                                                  std::move(deviceID));
+    auto context =
+        std::make_unique<ModelContext>(std::move(db), std::move(crypto), std::move(deviceID));
+    if (readFirst) {
+        try {
+            readFirst(*context);
+        } catch (const DatabaseError& error) {
+            if (storeURL && error.isDamage()) {
+                throw MarluneStoreError::damaged(*storeURL, error);
+            }
+            throw;
+        }
+    }
+    if (!choices.inMemory) {
+        // Switching a file kept with a rollback journal rewrites its header, so it waits until
+        // the first reads have found the file sound.
+        context->db().execute("PRAGMA journal_mode = WAL");
+    }
     logs::store.info(describeChoices(choices));
     return std::make_unique<ModelContainer>(choices, std::move(storeURL), std::move(context));
 }
@@ -247,8 +282,8 @@ SchemaVersion MarluneStore::schemaVersionOf(const fs::path& storeFile) {
 
 bool MarluneStore::wasMirroredToCloud(const fs::path& storeFile) {
     Database db = Database::open(storeFile, Database::OpenMode::readOnly);
-    auto stmt = db.prepare(
-        "SELECT count(*) FROM sqlite_master WHERE type='table' AND name LIKE 'ANSCK%'");
+    auto stmt =
+        db.prepare("SELECT count(*) FROM sqlite_master WHERE type='table' AND name LIKE 'ANSCK%'");
     return stmt.step() && stmt.int64(0) > 0;
 }
 

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "MarluneCore/ClipCrypto.h"
+#include "MarluneCore/Database.h"
 #include "MarluneCore/ModelContext.h"
 #include "MarluneCore/Schema.h"
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -30,6 +32,12 @@ public:
         : std::runtime_error(std::move(message)), kind_(kind), detail_(std::move(detail)) {}
 
     static MarluneStoreError appGroupUnavailable(std::string_view groupIdentifier);
+    // The library file is damaged; `why` completes "is damaged (...)".
+    static MarluneStoreError damaged(const std::filesystem::path& file, std::string_view why);
+    // SQLite met a damaged page of the library file while reading it. Its report, which names
+    // the statement, is logged rather than shown.
+    static MarluneStoreError damaged(const std::filesystem::path& file,
+                                     const DatabaseError& report);
 
     Kind kind() const { return kind_; }
     // For appGroupUnavailable the group identifier; for newerSchema the file's version.
@@ -69,11 +77,16 @@ struct MarluneStore {
     static constexpr std::string_view appGroupIdentifier = "group.org.marlune.Marlune";
     static constexpr std::string_view storeFileName = "Marlune.store";
 
+    // Reads a caller makes of a freshly opened library before anything is written to it.
+    using FirstReads = std::function<void(ModelContext&)>;
+
     // Builds the container: in memory, or `Marlune.store` in `libraryDirectory` (created 0700
     // when missing), created or migrated to the current schema. Logs the choices it built with.
-    static std::unique_ptr<ModelContainer> makeContainer(ContainerChoices choices,
-                                                         const std::filesystem::path& libraryDirectory,
-                                                         ClipCrypto crypto, std::string deviceID);
+    // `readFirst` runs before the file is first written (only a migration writes sooner); a
+    // damaged page it meets is reported as a damaged library, and the file is left as it was.
+    static std::unique_ptr<ModelContainer>
+    makeContainer(ContainerChoices choices, const std::filesystem::path& libraryDirectory,
+                  ClipCrypto crypto, std::string deviceID, const FirstReads& readFirst = {});
 
     // The schema version recorded in a library file, read without changing the file.
     static SchemaVersion schemaVersionOf(const std::filesystem::path& storeFile);

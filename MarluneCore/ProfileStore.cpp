@@ -6,14 +6,9 @@ namespace marlune {
 
 Profile ProfileStore::profile() {
     MainActor::assertIsolated();
-    auto stmt = context_.db().prepare(
-        "SELECT id, \"values\" FROM Profile ORDER BY rowid LIMIT 1");
+    auto stmt = context_.db().prepare("SELECT id, \"values\" FROM Profile ORDER BY rowid LIMIT 1");
     Profile profile;
     if (!stmt.step()) {
-        context_.db()
-            .prepare("INSERT INTO Profile (id, \"values\") VALUES (?1, '')")
-            .bind(1, profile.id.string())
-            .run();
         return profile;
     }
     profile.id = Uuid::parse(stmt.textView(0)).value_or(Uuid());
@@ -33,9 +28,12 @@ Profile ProfileStore::profile() {
 void ProfileStore::setValues(const std::map<std::string, std::string>& values) {
     MainActor::assertIsolated();
     const Profile current = profile();
+    // The record is made by the first change rather than by a read, so that reading the
+    // profile works on a library that can take no writes (a full disk).
     context_.performUndoable("Edit Profile", [&] {
         context_.db()
-            .prepare("UPDATE Profile SET \"values\" = ?2 WHERE id = ?1")
+            .prepare("INSERT INTO Profile (id, \"values\") VALUES (?1, ?2) "
+                     "ON CONFLICT (id) DO UPDATE SET \"values\" = excluded.\"values\"")
             .bind(1, current.id.string())
             .bind(2, context_.crypto().sealText(nlohmann::json(values).dump()))
             .run();

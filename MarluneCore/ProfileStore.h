@@ -14,7 +14,7 @@ class ProfileStore {
 public:
     explicit ProfileStore(ModelContext& context) : context_(context) {}
 
-    // The profile, made empty on first use.
+    // The profile; an empty one until the first values are set. Never writes.
     Profile profile();
     void setValues(const std::map<std::string, std::string>& values);
 

@@ -61,7 +61,7 @@ TEST_F(LibraryKeySafety, MovedKeyFileStopsTheStartAndLeavesTheContentAsItWas) {
         const std::string message = error.what();
         EXPECT_NE(message.find("content key that is not here"), std::string::npos) << message;
         EXPECT_NE(message.find((home / "content-key").string()), std::string::npos) << message;
-        EXPECT_NE(message.find("move " + home.string() + " aside"), std::string::npos) << message;
+        EXPECT_NE(message.find("--start-new-library"), std::string::npos) << message;
     }
     EXPECT_EQ(storedBody(), sealed);
     EXPECT_FALSE(fs::exists(home / "content-key")) << "the key made at that start is gone";
@@ -73,6 +73,38 @@ TEST_F(LibraryKeySafety, MovedKeyFileStopsTheStartAndLeavesTheContentAsItWas) {
         SnippetStore(library.container->mainContext()).list(SnippetSortMode::lastEdited);
     ASSERT_EQ(snippets.size(), 1U);
     EXPECT_EQ(snippets[0].content, "Kind regards, Ada");
+}
+
+TEST_F(LibraryKeySafety, StartingANewLibraryKeepsTheOldOneAsideUntouched) {
+    keyring.unavailable = true;
+    {
+        auto library = open();
+        auto snippet = Snippet::make(dateNow());
+        snippet.title = "Old";
+        snippet.content = "sealed under the lost key";
+        SnippetStore(library.container->mainContext()).create(snippet, dateNow());
+    }
+    const std::string sealed = storedBody();
+    fs::remove(home / "content-key");
+    EXPECT_THROW(open(), ContentKeyError);
+
+    const auto aside = setLibraryAside(
+        [this](std::string_view name) -> std::optional<std::string> {
+            return name == "MARLUNE_HOME" ? std::optional<std::string>(home.string())
+                                          : std::nullopt;
+        },
+        std::chrono::system_clock::now());
+    ASSERT_FALSE(aside.empty());
+    EXPECT_NE(aside.filename().string().find("(set aside "), std::string::npos);
+    {
+        Database db = Database::open(aside / "Marlune.store", Database::OpenMode::readOnly);
+        auto row = db.prepare("SELECT content FROM Snippet");
+        ASSERT_TRUE(row.step());
+        EXPECT_EQ(row.text(0), sealed);
+    }
+    auto library = open();
+    EXPECT_TRUE(
+        SnippetStore(library.container->mainContext()).list(SnippetSortMode::lastEdited).empty());
 }
 
 TEST_F(LibraryKeySafety, ANewLibraryStillGetsANewKey) {

@@ -2,12 +2,13 @@
 #include "MarluneCore/Log.h"
 #include "MarluneCore/MarluneStore.h"
 #include "MarluneCore/SnippetStore.h"
+#include "support/DamagedLibrary.h"
 #include "support/LibraryFixture.h"
-
-#include <gtest/gtest.h>
 
 #include <fstream>
 #include <functional>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
 
 namespace marlune {
 namespace {
@@ -55,14 +56,15 @@ TEST(StoreOpening, ReopeningKeepsRecordsAndDoesNotMigrateAgain) {
     const auto key = SymmetricKey::random();
     {
         auto container = openAt(dir.path(), key);
-        SnippetStore(container->mainContext()).create(
-            [] {
-                Snippet s = Snippet::make(testNow());
-                s.keyword = ";addr";
-                s.content = "1 Harbour Lane";
-                return s;
-            }(),
-            testNow());
+        SnippetStore(container->mainContext())
+            .create(
+                [] {
+                    Snippet s = Snippet::make(testNow());
+                    s.keyword = ";addr";
+                    s.content = "1 Harbour Lane";
+                    return s;
+                }(),
+                testNow());
     }
     auto container = openAt(dir.path(), key);
     auto found = SnippetStore(container->mainContext()).liveSnippet(";addr");
@@ -96,9 +98,9 @@ TEST_P(StoreOpeningRefuses, BadFileIsRefusedAndLeftByteForByteUntouched) {
     EXPECT_FALSE(fs::exists(dir / "Marlune.store-wal"));
 }
 
-void makeValidLibrary(const fs::path& file) {
+void makeValidLibrary(const fs::path& file, const SymmetricKey& key = SymmetricKey::random()) {
     {
-        auto container = openAt(file.parent_path(), SymmetricKey::random());
+        auto container = openAt(file.parent_path(), key);
         for (int i = 0; i < 200; ++i) {
             SnippetStore(container->mainContext())
                 .create(
@@ -126,7 +128,9 @@ INSTANTIATE_TEST_SUITE_P(
                     [](const fs::path& f) { test::writeFileBytes(f, "my shopping list\n"); },
                     MarluneStoreError::Kind::notADatabase},
         BadFileCase{"HeaderOnlyHalf",
-                    [](const fs::path& f) { test::writeFileBytes(f, std::string("SQLite format 3\0abc", 19)); },
+                    [](const fs::path& f) {
+                        test::writeFileBytes(f, std::string("SQLite format 3\0abc", 19));
+                    },
                     MarluneStoreError::Kind::damaged},
         BadFileCase{"TruncatedLibrary",
                     [](const fs::path& f) {
@@ -150,7 +154,8 @@ INSTANTIATE_TEST_SUITE_P(
                     [](const fs::path& f) {
                         makeValidLibrary(f);
                         Database db = Database::open(f, Database::OpenMode::readWrite);
-                        db.execute("UPDATE Metadata SET value = '3.0.0' WHERE key = 'schemaVersion'");
+                        db.execute(
+                            "UPDATE Metadata SET value = '3.0.0' WHERE key = 'schemaVersion'");
                     },
                     MarluneStoreError::Kind::newerSchema}),
     [](const auto& testInfo) { return std::string(testInfo.param.name); });
@@ -207,12 +212,114 @@ TEST(StoreOpening, LibraryDirectoryIsPrivate) {
               fs::perms::owner_read | fs::perms::owner_write);
 }
 
+TEST(DatabaseErrorMessages, EachFailureCodeGivesASentenceSayingWhatToDo) {
+    using Access = DatabaseError::Access;
+    struct Row {
+        int code;
+        Access access;
+        std::string expected;
+    };
+    const std::string damaged = "The library is damaged: part of its file cannot be read. Restore "
+                                "the library from a backup, or move it aside to start a new one.";
+    const std::string busy =
+        "The library is busy: another program is using it. Try again in a moment.";
+    const std::vector<Row> rows = {
+        {SQLITE_FULL, Access::writing,
+         "The library could not be saved because the disk is full. Free some space on the disk "
+         "and try again."},
+        {SQLITE_FULL, Access::reading,
+         "The library could not be read because the disk is full. Free some space on the disk "
+         "and try again."},
+        {SQLITE_IOERR_WRITE, Access::writing,
+         "The library could not be saved because of a disk error. Check the disk, then try "
+         "again."},
+        {SQLITE_IOERR_READ, Access::reading,
+         "The library could not be read because of a disk error. Check the disk, then try "
+         "again."},
+        {SQLITE_IOERR_NOMEM, Access::reading,
+         "The library could not be read because there was not enough memory. Close some "
+         "programs and try again."},
+        {SQLITE_CORRUPT, Access::reading, damaged},
+        {SQLITE_CORRUPT_INDEX, Access::writing, damaged},
+        {SQLITE_NOTADB, Access::reading, damaged},
+        {SQLITE_BUSY, Access::writing, busy},
+        {SQLITE_BUSY_SNAPSHOT, Access::reading, busy},
+        {SQLITE_LOCKED, Access::writing, busy},
+        {SQLITE_READONLY, Access::writing,
+         "The library could not be saved because its file is read-only. Check the permissions "
+         "of the library folder and the files in it."},
+        {SQLITE_CANTOPEN, Access::reading,
+         "The library file could not be opened. Check that the library folder exists and that "
+         "you may read and write the files in it."},
+        {SQLITE_TOOBIG, Access::writing,
+         "The item is too large for the library to store. Make it smaller and try again."},
+        {SQLITE_ERROR, Access::reading,
+         "The library could not be read because of an unexpected error. Try again; if it keeps "
+         "happening, Marlune's log has the details."},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(sqlite3_errstr(row.code));
+        EXPECT_EQ(DatabaseError::userMessage(row.code, row.access), row.expected);
+        EXPECT_EQ(DatabaseError(row.code, "detail", row.access).isDamage(),
+                  row.expected == damaged);
+        EXPECT_EQ(DatabaseError(row.code, "detail", row.access).isBusy(), row.expected == busy);
+    }
+}
+
+TEST(DatabaseErrorMessages, FailedStatementKeepsItsSQLForTheLogOnly) {
+    Database db = Database::openInMemory();
+    db.execute("CREATE TABLE t (x INTEGER NOT NULL)");
+    try {
+        db.prepare("INSERT INTO t (x) VALUES (NULL)").run();
+        FAIL() << "a NOT NULL column took NULL";
+    } catch (const DatabaseError& error) {
+        EXPECT_EQ(std::string(error.what()).find("INSERT"), std::string::npos) << error.what();
+        EXPECT_NE(error.detail().find("INSERT INTO t"), std::string::npos) << error.detail();
+        EXPECT_NE(error.detail().find("NOT NULL constraint failed"), std::string::npos);
+    }
+    // A savepoint released on a connection that can no longer write (as on a full disk).
+    db.execute("PRAGMA query_only = 1");
+    try {
+        Database::Transaction tx(db);
+        db.execute("INSERT INTO t (x) VALUES (1)");
+        tx.commit();
+        FAIL() << "wrote with writes refused";
+    } catch (const DatabaseError& error) {
+        EXPECT_EQ(std::string(error.what()).find("marlune_sp"), std::string::npos) << error.what();
+        EXPECT_NE(error.detail().find("(in: INSERT INTO t"), std::string::npos) << error.detail();
+    }
+}
+
+TEST(StoreOpening, DamagedSnippetPageIsRefusedBeforeTheFirstWrite) {
+    TempDir dir;
+    const fs::path file = dir / "Marlune.store";
+    const auto key = SymmetricKey::random();
+    makeValidLibrary(file,
+                     key); // left with a rollback journal, so opening would rewrite its header
+    test::damageTablePage(file, "Snippet", test::TablePage::lastLeaf);
+    const auto before = test::readFileBytes(file);
+    try {
+        MarluneStore::makeContainer(
+            {}, dir.path(), ClipCrypto(key), "test-device",
+            [](ModelContext& context) { SnippetStore(context).list(SnippetSortMode::manual); });
+        FAIL() << "opened a library with a damaged page";
+    } catch (const MarluneStoreError& error) {
+        EXPECT_EQ(error.kind(), MarluneStoreError::Kind::damaged);
+        EXPECT_EQ(std::string(error.what()),
+                  "The library file " + file.string() +
+                      " is damaged (part of it cannot be read). It was left untouched; restore "
+                      "it from a backup or move it aside to start a new library.");
+    }
+    EXPECT_EQ(test::readFileBytes(file), before);
+}
+
 TEST(MainActorDeathTest, StoreCallFromAnotherThreadStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     Library library;
     EXPECT_DEATH(
         {
-            std::thread worker([&] { SnippetStore(library.context()).list(SnippetSortMode::manual); });
+            std::thread worker(
+                [&] { SnippetStore(library.context()).list(SnippetSortMode::manual); });
             worker.join();
         },
         "must run on the main thread");
