@@ -4,10 +4,12 @@
 #include "MarluneCLIProtocol/CLIErrorCode.h"
 #include "MarluneCLIProtocol/CLIRequestGate.h"
 #include "MarluneCLIProtocol/CLIWire.h"
+#include "MarluneCore/ContentLimits.h"
 #include "MarluneCore/Log.h"
 
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -27,31 +29,89 @@ sockaddr_un addressFor(const std::string& path) {
     return address;
 }
 
-void setTimeouts(int fd, std::chrono::milliseconds timeout) {
-    timeval tv{};
-    tv.tv_sec = static_cast<time_t>(timeout.count() / 1000);
-    tv.tv_usec = static_cast<suseconds_t>((timeout.count() % 1000) * 1000);
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
-}
+using Clock = std::chrono::steady_clock;
 
-CLIWireIO fromErrno(ssize_t n) {
+// Waits until `fd` is ready for `events` or `deadline` passes; the transfer itself never
+// blocks. `timedOut` is set when the deadline ended the wait.
+template <class Transfer>
+CLIWireIO transferBefore(int fd, short events, Clock::time_point deadline, bool& timedOut,
+                         const Transfer& transfer) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0) {
+        timedOut = true;
+        return {CLIWireIO::Status::failed, 0};
+    }
+    pollfd ready{fd, events, 0};
+    const int polled = ::poll(&ready, 1, static_cast<int>(left.count()));
+    if (polled < 0) {
+        return {errno == EINTR ? CLIWireIO::Status::interrupted : CLIWireIO::Status::failed, 0};
+    }
+    if (polled == 0) {
+        timedOut = true;
+        return {CLIWireIO::Status::failed, 0};
+    }
+    const ssize_t n = transfer();
     if (n > 0) {
         return {CLIWireIO::Status::transferred, static_cast<std::size_t>(n)};
     }
     if (n == 0) {
         return {CLIWireIO::Status::closed, 0};
     }
-    return {errno == EINTR ? CLIWireIO::Status::interrupted : CLIWireIO::Status::failed, 0};
+    // Woken without room or data after all: wait again.
+    const bool retry = errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
+    return {retry ? CLIWireIO::Status::interrupted : CLIWireIO::Status::failed, 0};
 }
 
-void writeResponse(int fd, const CLIResponse& response) {
-    // A client that went away loses its answer; MSG_NOSIGNAL keeps that from raising SIGPIPE.
+// Sends the payload unless `deadline` passes first; a client that went away loses its answer
+// (MSG_NOSIGNAL keeps that from raising SIGPIPE).
+void writePayload(int fd, std::string_view payload, Clock::time_point deadline) {
+    bool timedOut = false;
     CLIWire::writeFrame(
-        [fd](std::span<const std::uint8_t> bytes) {
-            return fromErrno(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+        [&](std::span<const std::uint8_t> bytes) {
+            return transferBefore(fd, POLLOUT, deadline, timedOut, [&] {
+                return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+            });
         },
-        response.encode());
+        payload);
+    if (timedOut) {
+        logs::app.warning("CLI: a client did not take its answer in time; closed the connection.");
+    }
+}
+
+std::string seconds(std::chrono::milliseconds duration) {
+    if (duration.count() % 1000 == 0) {
+        const auto whole = duration.count() / 1000;
+        return std::to_string(whole) + (whole == 1 ? " second" : " seconds");
+    }
+    return std::to_string(duration.count()) + " milliseconds";
+}
+
+// The command as the tool's user types it: "board.clearCompleted" is "board clear-completed".
+std::string typedCommand(std::string_view command) {
+    std::string typed;
+    for (const char c : command) {
+        if (c == '.') {
+            typed += ' ';
+        } else if (c >= 'A' && c <= 'Z') {
+            typed += '-';
+            typed += static_cast<char>(c - 'A' + 'a');
+        } else {
+            typed += c;
+        }
+    }
+    return typed;
+}
+
+// What is sent instead of an answer that no frame can carry.
+CLIResponse answerTooLarge(std::string_view command, std::size_t size) {
+    const std::string typed = typedCommand(command);
+    const std::uint64_t tenths = (size + 50'000) / 100'000;
+    return CLIResponse::failure(
+        CLIErrorCode::runtime,
+        "The answer to `marlune " + typed + "` is " + std::to_string(tenths / 10) + "." +
+            std::to_string(tenths % 10) + " MB, over the " +
+            ContentLimits::describe(CLIWire::maxPayloadBytes) + " limit for one answer.",
+        "Ask for less at once, for example fewer items with --limit, or a narrower selection.");
 }
 
 bool sameFile(const std::filesystem::path& a, const std::filesystem::path& b) {
@@ -68,7 +128,9 @@ CLISocketServer::CLISocketServer(std::string path, std::string token, Handler ha
     : path_(std::move(path)), token_(std::move(token)), handler_(std::move(handler)),
       policy_(std::move(policy)) {}
 
-CLISocketServer::~CLISocketServer() { stop(); }
+CLISocketServer::~CLISocketServer() {
+    stop();
+}
 
 void CLISocketServer::start() {
     if (!CLIEndpoint::socketPathFits(path_)) {
@@ -105,38 +167,90 @@ void CLISocketServer::start() {
     }
     listenFD_ = fd;
     stopping_ = false;
-    queue_ = std::thread([this] { acceptLoop(); });
+    acceptor_ = std::thread([this] { acceptLoop(); });
 }
 
 void CLISocketServer::stop() {
     if (listenFD_ < 0) {
         return;
     }
-    stopping_ = true;
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    connectionEnded_.notify_all();
     // Wakes the accept loop: accept() on a shut-down listening socket fails at once.
     ::shutdown(listenFD_, SHUT_RDWR);
-    if (queue_.joinable()) {
-        queue_.join();
+    if (acceptor_.joinable()) {
+        acceptor_.join();
+    }
+    // No connection is added any more. Shutting each one down wakes its thread out of any wait
+    // on the client; the descriptor itself is closed by that thread, so it cannot be reused
+    // under us.
+    std::list<Connection> ending;
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto& connection : connections_) {
+            if (connection.fd >= 0) {
+                ::shutdown(connection.fd, SHUT_RDWR);
+            }
+        }
+        ending.splice(ending.end(), connections_);
+    }
+    for (auto& connection : ending) {
+        connection.thread.join();
     }
     ::close(listenFD_);
     listenFD_ = -1;
 }
 
+void CLISocketServer::reapFinished() {
+    for (auto it = connections_.begin(); it != connections_.end();) {
+        if (it->done) {
+            it->thread.join();
+            it = connections_.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
 void CLISocketServer::acceptLoop() {
     for (;;) {
+        {
+            std::unique_lock lock(mutex_);
+            reapFinished();
+            connectionEnded_.wait(lock, [this] {
+                reapFinished();
+                return stopping_ || connections_.size() < maxConnections;
+            });
+            if (stopping_) {
+                return;
+            }
+        }
         const int fd = ::accept4(listenFD_, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) {
-            if (errno == EINTR && !stopping_) {
+            // A client that gave up while queued costs only its own connection.
+            if ((errno == EINTR || errno == ECONNABORTED) && !stopping_) {
                 continue;
             }
             return;
         }
+        const std::lock_guard lock(mutex_);
         if (stopping_) {
             ::close(fd);
             return;
         }
-        serve(fd);
-        ::close(fd);
+        Connection& connection = connections_.emplace_back();
+        connection.fd = fd;
+        connection.thread = std::thread([this, &connection, fd] {
+            serve(fd);
+            const std::lock_guard ended(mutex_);
+            ::close(fd);
+            connection.fd = -1;
+            connection.done = true;
+            connectionEnded_.notify_all();
+        });
     }
 }
 
@@ -157,22 +271,41 @@ bool CLISocketServer::peerAllowed(int fd) const {
 void CLISocketServer::serve(int fd) {
     if (!peerAllowed(fd)) {
         logs::app.warning("CLI: rejected unauthorized peer (uid or code-signature mismatch).");
-        writeResponse(fd, CLIRequestGate::rejectedPeer());
+        writePayload(fd, CLIRequestGate::rejectedPeer().encode(), Clock::now() + requestTimeout);
         return;
     }
-    setTimeouts(fd, ioTimeout);
-    const auto frame = CLIWire::readFrame([fd](std::span<std::uint8_t> buffer) {
-        return fromErrno(::recv(fd, buffer.data(), buffer.size(), 0));
+    // The whole frame must arrive by then, however it is split: a deadline per read would let
+    // a client that sends a byte now and then hold its connection for ever.
+    const auto deadline = Clock::now() + requestTimeout;
+    bool timedOut = false;
+    const auto frame = CLIWire::readFrame([&](std::span<std::uint8_t> buffer) {
+        return transferBefore(fd, POLLIN, deadline, timedOut, [&] {
+            return ::recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
+        });
     });
+    if (timedOut) {
+        // Answered below as any frame that could not be read whole.
+        logs::app.warning("CLI: a request did not arrive whole within " + seconds(requestTimeout) +
+                          "; cut the client off.");
+    }
     auto outcome = CLIRequestGate::admitRead(frame, token_);
     if (auto* refusal = std::get_if<CLIResponse>(&outcome)) {
         if (refusal->error && refusal->error->code == CLIErrorCode::unauthorized) {
             logs::app.warning("CLI: rejected connection with an invalid token.");
         }
-        writeResponse(fd, *refusal);
+        writePayload(fd, refusal->encode(), Clock::now() + requestTimeout);
         return;
     }
-    writeResponse(fd, handler_(std::get<CLIRequest>(outcome)));
+    const auto& request = std::get<CLIRequest>(outcome);
+    std::string payload = handler_(request).encode();
+    if (payload.size() > CLIWire::maxPayloadBytes) {
+        // Sent as it is, the answer would be dropped and the tool left guessing why.
+        logs::app.warning("CLI: the answer to " + request.command + " is " +
+                          std::to_string(payload.size()) + " bytes, over the frame limit of " +
+                          std::to_string(CLIWire::maxPayloadBytes) + "; sent a failure instead.");
+        payload = answerTooLarge(request.command, payload.size()).encode();
+    }
+    writePayload(fd, payload, Clock::now() + requestTimeout);
 }
 
 } // namespace marlune

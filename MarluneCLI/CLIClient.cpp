@@ -4,6 +4,7 @@
 #include "MarluneCLIProtocol/CLIErrorCode.h"
 #include "MarluneCLIProtocol/CLIToken.h"
 #include "MarluneCLIProtocol/CLIWire.h"
+#include "MarluneCore/ContentLimits.h"
 
 #include <cerrno>
 #include <cstring>
@@ -121,9 +122,35 @@ std::string seconds(std::chrono::milliseconds duration) {
     return text.str();
 }
 
+// The application reads no frame over the limit: it would hang up on such a request unread.
+std::optional<CLIErrorPayload> refuseOversized(std::size_t payloadBytes) {
+    auto refusal = ContentLimits::refusal("request", payloadBytes, CLIWire::maxPayloadBytes);
+    if (!refusal) {
+        return std::nullopt;
+    }
+    return CLIErrorPayload{std::string(CLIErrorCode::validation), std::move(*refusal),
+                           "Send less at once, for example by splitting the file into smaller "
+                           "ones."};
+}
+
+// The payload's size once a token of `tokenBytes` is filled in, without encoding the arguments
+// a second time: they travel as Base64, and neither the token nor Base64 needs escaping.
+std::size_t payloadBytes(const CLIRequest& request, std::size_t tokenBytes) {
+    const CLIRequest shell{
+        request.v,         std::string(tokenBytes, '0'), request.command, {}, request.id,
+        request.clientPID, request.clientBundleID};
+    return shell.encode().size() + (request.argsJSON.size() + 2) / 3 * 4;
+}
+
 } // namespace
 
 std::variant<CLIResponse, CLIErrorPayload> CLIClient::send(CLIRequest request) const {
+    request.clientPID = static_cast<std::int32_t>(::getpid());
+    // Before connecting, so that a request that cannot go does not start the application.
+    if (auto refusal = refuseOversized(payloadBytes(request, 2 * CLIToken::randomBytes))) {
+        return std::move(*refusal);
+    }
+
     std::string path;
     try {
         path = settings_.endpoint.clientSocketPath();
@@ -180,7 +207,11 @@ std::variant<CLIResponse, CLIErrorPayload> CLIClient::send(CLIRequest request) c
         return std::move(*error);
     }
     request.token = std::move(std::get<std::string>(token));
-    request.clientPID = static_cast<std::int32_t>(::getpid());
+    const std::string payload = request.encode();
+    // A token file edited by hand may hold a longer token than the one counted above.
+    if (auto refusal = refuseOversized(payload.size())) {
+        return std::move(*refusal);
+    }
 
     const int fd = socket.get();
     const auto written = CLIWire::writeFrame(
@@ -196,7 +227,7 @@ std::variant<CLIResponse, CLIErrorPayload> CLIClient::send(CLIRequest request) c
             return CLIWireIO{errno == EPIPE ? CLIWireIO::Status::closed : CLIWireIO::Status::failed,
                              0};
         },
-        request.encode());
+        payload);
     if (written) {
         return CLIErrorPayload{std::string(CLIErrorCode::runtime),
                                "Marlune closed the connection before the request was sent.",

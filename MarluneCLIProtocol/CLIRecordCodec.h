@@ -4,6 +4,7 @@
 #include "MarluneCLIProtocol/CLIJSONText.h"
 #include "MarluneCLIProtocol/CLIJSONValue.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -30,6 +31,10 @@ using CLIJSONInput = nlohmann::json;
 
 // Deeper nesting than any record needs is refused before parsing.
 inline constexpr std::size_t cliMaxJSONDepth = 512;
+
+// The most room a long array's text reserves ahead of its elements: a frame's worth (more
+// could never be sent); past it the text grows as it is written.
+inline constexpr std::size_t cliMaxWriteAhead = std::size_t{16} << 20;
 
 // A record that could not be decoded: where (a key path such as "tags[1].name") and what.
 class CLIRecordError : public std::runtime_error {
@@ -350,8 +355,10 @@ template <class T> void writeWire(std::string& out, const T& value) {
             writeWire(out, value[i]);
             if (i == 0 && value.size() > 64) {
                 // Room for the rest at the first element's size, rather than regrowing (and
-                // copying) a long listing's text again and again.
-                out.reserve(out.size() + (out.size() - start + 1) * (value.size() - 1) * 5 / 4);
+                // copying) a long listing's text again and again. A first element far larger
+                // than the rest would make that a guess of gigabytes, hence the cap.
+                const std::size_t ahead = (out.size() - start + 1) * (value.size() - 1) / 4 * 5;
+                out.reserve(out.size() + std::min(ahead, cliMaxWriteAhead));
             }
         }
         out += ']';
@@ -438,8 +445,7 @@ void readField(CLIJSONReader& in, Record& record, const CLIField<Record, Member>
 }
 
 template <class Record, std::size_t... I>
-void readFieldAt(CLIJSONReader& in, Record& record, std::size_t index,
-                 std::index_sequence<I...>) {
+void readFieldAt(CLIJSONReader& in, Record& record, std::size_t index, std::index_sequence<I...>) {
     [[maybe_unused]] constexpr auto fields = Record::fields();
     (void)((index == I ? (readField(in, record, std::get<I>(fields)), true) : false) || ...);
 }
@@ -499,9 +505,8 @@ template <class Record> void readRecord(CLIJSONReader& in, Record& record) {
         }
         hint = index + 1;
         seen[index] = true;
-        errors[index] = readGuarded(in, [&] {
-            readFieldAt(in, record, index, std::make_index_sequence<count>());
-        });
+        errors[index] = readGuarded(
+            in, [&] { readFieldAt(in, record, index, std::make_index_sequence<count>()); });
     }
     checkFields(record, seen, errors, std::make_index_sequence<count>());
 }
@@ -525,8 +530,13 @@ template <class T> void readWire(CLIJSONReader& in, T& out) {
         out = *date;
     } else if constexpr (std::is_same_v<T, CLIJSONValue>) {
         switch (in.peek()) {
-        case Kind::null: in.readNull(); out = CLIJSONValue::null(); return;
-        case Kind::boolean: out = CLIJSONValue::boolean(in.readBoolean()); return;
+        case Kind::null:
+            in.readNull();
+            out = CLIJSONValue::null();
+            return;
+        case Kind::boolean:
+            out = CLIJSONValue::boolean(in.readBoolean());
+            return;
         case Kind::string: {
             std::string text;
             in.readString(text);
@@ -539,14 +549,16 @@ template <class T> void readWire(CLIJSONReader& in, T& out) {
                 out = CLIJSONValue::integer(number.signedValue);
                 return;
             }
-            if (number.isInteger && number.unsignedValue <= static_cast<std::uint64_t>(
-                                                                 std::numeric_limits<std::int64_t>::max())) {
+            if (number.isInteger &&
+                number.unsignedValue <=
+                    static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
                 out = CLIJSONValue::integer(static_cast<std::int64_t>(number.unsignedValue));
                 return;
             }
             break;
         }
-        default: break;
+        default:
+            break;
         }
         throw CLIRecordError({}, "must be null, a Boolean, an integer or a string");
     } else if constexpr (IsVector<T>::value) {
@@ -555,6 +567,10 @@ template <class T> void readWire(CLIJSONReader& in, T& out) {
         }
         out.clear();
         std::optional<CLIRecordError> failure;
+        // The vector grows from the elements actually read, never from a guess at the text
+        // ahead: the rest of the text is not this array's, and a guess made for each of ten
+        // thousand short arrays inside a long one adds up to gigabytes. Growing by doubling
+        // moves each element about twice, which costs less than a pass to count them.
         in.beginArray();
         for (std::size_t i = 0; in.nextElement(); ++i) {
             if (failure) {
@@ -562,21 +578,12 @@ template <class T> void readWire(CLIJSONReader& in, T& out) {
                 continue;
             }
             typename T::value_type element{};
-            const std::size_t start = in.mark().at;
             failure = readGuarded(in, [&] { readWire(in, element); });
             if (failure) {
                 failure = failure->within("[" + std::to_string(i) + "]");
-            } else {
-                out.push_back(std::move(element));
+                continue;
             }
-            if (i == 0) {
-                // Room for as many more elements as the rest of the text would hold at the
-                // first one's size, bounded by the text's own size.
-                const std::size_t used = std::max<std::size_t>(in.mark().at - start, 16);
-                const std::size_t rest = in.remaining();
-                out.reserve(1 + std::min(rest / used * 5 / 4,
-                                         rest * 4 / sizeof(typename T::value_type)));
-            }
+            out.push_back(std::move(element));
         }
         if (failure) {
             throw *failure;
@@ -666,7 +673,8 @@ template <class Read> void readDocument(std::string_view text, const Read& read)
 // over any other failure; nesting deeper than cliMaxJSONDepth does not parse).
 template <class T> T decodeWireText(std::string_view text) {
     T value{};
-    cliwire_detail::readDocument(text, [&](CLIJSONReader& in) { cliwire_detail::readWire(in, value); });
+    cliwire_detail::readDocument(text,
+                                 [&](CLIJSONReader& in) { cliwire_detail::readWire(in, value); });
     return value;
 }
 

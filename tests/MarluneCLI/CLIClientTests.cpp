@@ -3,12 +3,15 @@
 #include "MarluneCLIProtocol/CLIArgs.h"
 #include "MarluneCLIProtocol/CLIWire.h"
 #include "MarluneCLIProtocol/SnippetRecords.h"
+#include "MarluneCore/ContentLimits.h"
 #include "support/TempDir.h"
 
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <sys/socket.h>
@@ -268,6 +271,134 @@ TEST_F(CLIClientTest, SocketPathTooLongIsRefusedWithThePath) {
     ASSERT_TRUE(std::holds_alternative<CLIErrorPayload>(answer));
     EXPECT_EQ(std::get<CLIErrorPayload>(answer).message,
               "Socket path too long for a Unix-domain socket: " + s.endpoint.socketPath().string());
+}
+
+// The application reads no frame over the limit, so the tool must not send one: the size it
+// checks before connecting has to be the size it then sends, to the byte.
+TEST_F(CLIClientTest, RequestOverTheFrameLimitIsRefusedBeforeConnecting) {
+    writeToken(token);
+    for (const std::size_t over : {std::size_t{0}, std::size_t{1}}) {
+        SCOPED_TRACE(over);
+        CLIRequest request;
+        request.command = "ping";
+        request.argsJSON = "{}";
+        CLIRequest sized = request;
+        sized.token = token;
+        sized.clientPID = static_cast<std::int32_t>(::getpid());
+        sized.id = "";
+        request.id = std::string(CLIWire::maxPayloadBytes - sized.encode().size() + over, 'x');
+
+        std::optional<FakeApplication> app;
+        if (over == 0) {
+            app.emplace(socketPath(), CLIResponse::success("{}"));
+        }
+        const auto answer = CLIClient(settings()).send(request);
+        if (over == 0) {
+            EXPECT_TRUE(std::holds_alternative<CLIResponse>(answer));
+            ASSERT_TRUE(app->received().has_value()) << "a request of exactly the limit is sent";
+            EXPECT_EQ(app->received()->id, request.id);
+            app.reset();
+            std::filesystem::remove(socketPath());
+            continue;
+        }
+        // Nobody serves the socket: had the tool tried to connect, it would say so instead.
+        ASSERT_TRUE(std::holds_alternative<CLIErrorPayload>(answer));
+        const auto& error = std::get<CLIErrorPayload>(answer);
+        EXPECT_EQ(error.code, "E_VALIDATION");
+        EXPECT_EQ(error.message, "The request is 16.8 MB, over the 16 MiB limit for a request.");
+        EXPECT_TRUE(error.hint.has_value());
+    }
+}
+
+// Bytes this process has read so far, or nothing where the kernel does not count them.
+std::optional<std::uint64_t> bytesRead() {
+    std::ifstream io("/proc/self/io");
+    std::string key;
+    std::uint64_t value = 0;
+    while (io >> key >> value) {
+        if (key == "rchar:") {
+            return value;
+        }
+    }
+    return std::nullopt;
+}
+
+// Feeds `bytes` into a named pipe at `path` once a reader opens it (gives up after 5 s).
+std::thread feedPipe(const std::filesystem::path& path, std::string bytes) {
+    ::mkfifo(path.c_str(), 0600);
+    return std::thread([path, bytes = std::move(bytes)] {
+        int fd = -1;
+        for (int attempt = 0; attempt < 500 && fd < 0; ++attempt) {
+            fd = ::open(path.c_str(), O_WRONLY | O_NONBLOCK);
+            if (fd < 0) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        }
+        if (fd < 0) {
+            return;
+        }
+        ::fcntl(fd, F_SETFL, 0);
+        for (std::size_t done = 0; done < bytes.size();) {
+            const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+            if (n <= 0) {
+                break;
+            }
+            done += static_cast<std::size_t>(n);
+        }
+        ::close(fd);
+    });
+}
+
+TEST_F(CLIClientTest, ContentFileOverTheSnippetBodyLimitIsRefusedWithItsSize) {
+    writeToken(token);
+    constexpr auto limit = ContentLimits::snippetBodyBytes;
+    const std::string refusal = "marlune: The snippet body is 67.1 MB, over the 1 MiB limit for a "
+                                "snippet body.\nhint: Shorten the body, or split it into several "
+                                "snippets.\n";
+    const std::string overByOne = "marlune: The snippet body is 1.0 MB, over the 1 MiB limit for a "
+                                  "snippet body.\nhint: Shorten the body, or split it into several "
+                                  "snippets.\n";
+
+    // A 64 MiB file, sparse: refused from its size, so hardly any of it may be read.
+    const auto large = home / "large.txt";
+    std::ofstream(large).close();
+    std::filesystem::resize_file(large, std::uint64_t{64} << 20);
+    const auto before = bytesRead();
+    const auto fromFile = ToolRunner::run(
+        {"snippet", "create", "Big", "--content-file", large.string()}, environment());
+    const auto after = bytesRead();
+    EXPECT_EQ(fromFile.exitStatus, 6);
+    EXPECT_EQ(fromFile.err, refusal);
+    if (before && after) {
+        EXPECT_LT(*after - *before, std::uint64_t{1} << 20) << "the file was read to be refused";
+    }
+
+    // What has no size before it is read is measured as it arrives.
+    std::thread feeder = feedPipe(home / "pipe", std::string(limit + 1, 'p'));
+    const auto fromPipe = ToolRunner::run(
+        {"snippet", "create", "Big", "--content-file", (home / "pipe").string()}, environment());
+    feeder.join();
+    EXPECT_EQ(fromPipe.exitStatus, 6);
+    EXPECT_EQ(fromPipe.err, overByOne);
+
+    auto env = environment();
+    env.readStandardInput = [&] { return std::optional<std::string>(std::string(limit + 1, 's')); };
+    const auto fromInput =
+        ToolRunner::run({"snippet", "create", "Big", "--content-file", "-"}, env);
+    EXPECT_EQ(fromInput.exitStatus, 6);
+    EXPECT_EQ(fromInput.err, overByOne);
+
+    // Exactly the limit goes through whole.
+    test::writeFileBytes(home / "full.txt", std::string(limit, 'f'));
+    FakeApplication app(socketPath(), CLIResponse::failure("E_CONFLICT", "Keyword in use."));
+    const auto full = ToolRunner::run(
+        {"snippet", "create", "Full", "--content-file", (home / "full.txt").string()},
+        environment());
+    EXPECT_EQ(full.exitStatus, 8) << full.err;
+    ASSERT_TRUE(app.received().has_value());
+    const auto sent = decodeWireText<SnippetCreateArgs>(app.received()->argsJSON).content;
+    ASSERT_TRUE(sent.has_value());
+    EXPECT_EQ(sent->size(), limit);
 }
 
 // A stand-in application that writes its arguments down, then serves one request the way

@@ -288,6 +288,66 @@ TEST(CLIJSONStreamTest, ElementsOneAtATimeReadLikeTheWholeArray) {
     }
 }
 
+// `count` probes, each holding `inner` tags and `inner` list entries.
+std::vector<WireProbe> nestedProbes(std::size_t count, std::size_t inner) {
+    std::vector<WireProbe> probes(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        probes[i].text = "p" + std::to_string(i);
+        for (std::size_t j = 0; j < inner; ++j) {
+            probes[i].tags.push_back("t" + std::to_string(j));
+            probes[i].list.push_back({"n" + std::to_string(j), static_cast<std::int64_t>(j)});
+        }
+    }
+    return probes;
+}
+
+TEST(CLIJSONStreamTest, NestedArraysOfEveryLengthReadLikeTheDocument) {
+    const std::string manyShort = testing::encodeThroughDocument(nestedProbes(200, 1));
+    const std::string longInLong = testing::encodeThroughDocument(nestedProbes(70, 70));
+    std::string lateFailure = longInLong;
+    lateFailure.replace(lateFailure.rfind("\"t69\""), 5, "69");
+    const struct {
+        const char* name;
+        std::string text;
+    } cases[] = {
+        {"empty", "[]"},
+        {"empty inner arrays", testing::encodeThroughDocument(nestedProbes(3, 0))},
+        {"many short arrays in a long one", manyShort},
+        {"long arrays in a long one", longInLong},
+        {"a failure in the last inner array", lateFailure},
+        {"a syntax error after long arrays", longInLong.substr(0, longInLong.size() - 1) + ",]"},
+        {"cut short inside a long inner array", longInLong.substr(0, longInLong.size() / 2)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(describeList(testing::decodeStreaming<std::vector<WireProbe>>(c.text)),
+                  describeList(testing::decodeThroughDocument<std::vector<WireProbe>>(c.text)));
+    }
+}
+
+// Room taken ahead of the elements must come from the array itself, not from the text after
+// it: ten thousand one-element arrays once reserved room for the whole rest of the request
+// each, gigabytes in all.
+TEST(CLIJSONStreamTest, ShortArraysInsideALongOneReserveOnlyWhatTheyHold) {
+    const auto probes = nestedProbes(10'000, 1);
+    const auto decoded = decodeWireText<std::vector<WireProbe>>(encodeWireText(probes));
+    ASSERT_EQ(decoded, probes);
+    EXPECT_LE(decoded.capacity(), 2 * decoded.size());
+    std::size_t reserved = 0;
+    for (const auto& probe : decoded) {
+        reserved += probe.tags.capacity() + probe.list.capacity();
+    }
+    EXPECT_LE(reserved, 4 * decoded.size());
+}
+
+TEST(CLIJSONStreamTest, ALargeFirstElementDoesNotReserveForEveryOther) {
+    std::vector<std::string> texts(1'000, "short");
+    texts.front() = std::string(std::size_t{1} << 20, 'x');
+    const std::string text = encodeWireText(texts);
+    EXPECT_EQ(text, testing::encodeThroughDocument(texts));
+    EXPECT_LE(text.capacity(), 2 * text.size() + cliMaxWriteAhead);
+}
+
 TEST(CLIJSONStreamTest, ABoardListingSurvivesTheRoundTrip) {
     std::vector<BoardItemDTO> items(300);
     for (std::size_t i = 0; i < items.size(); ++i) {
@@ -308,7 +368,8 @@ TEST(CLIJSONStreamTest, ABoardListingSurvivesTheRoundTrip) {
     EXPECT_EQ(text, testing::encodeThroughDocument(items));
     EXPECT_EQ(decodeWireText<std::vector<BoardItemDTO>>(text), items);
     std::vector<BoardItemDTO> oneByOne;
-    decodeWireTextEach<BoardItemDTO>(text, [&](const BoardItemDTO& item) { oneByOne.push_back(item); });
+    decodeWireTextEach<BoardItemDTO>(text,
+                                     [&](const BoardItemDTO& item) { oneByOne.push_back(item); });
     EXPECT_EQ(oneByOne, items);
     EXPECT_EQ(cliJSONText::indented(text, cliMaxJSONDepth, 2),
               testing::indentThroughDocument(text));

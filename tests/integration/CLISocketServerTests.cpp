@@ -3,14 +3,16 @@
 #include "MarluneCLIProtocol/CLIBase64.h"
 #include "MarluneCLIProtocol/CLIErrorCode.h"
 #include "MarluneCLIProtocol/CLIWire.h"
+#include "MarluneCore/Log.h"
 #include "support/LibraryFixture.h"
 #include "support/MainQueue.h"
 
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
 #include <csignal>
 #include <fstream>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -73,14 +75,17 @@ std::string frame(const std::string& payload) {
     return std::get<std::string>(CLIWire::encodeFrame(payload));
 }
 
-std::string requestJSON(std::int64_t v, const std::string& presentedToken, const std::string& command,
-                        const std::string& argsJSON = "{}") {
+std::string requestJSON(std::int64_t v, const std::string& presentedToken,
+                        const std::string& command, const std::string& argsJSON = "{}") {
     nlohmann::json request = {{"v", v},
                               {"token", presentedToken},
                               {"command", command},
                               {"argsJSON", CLIBase64::encode(argsJSON)}};
     return request.dump();
 }
+
+// Answered with a result too large for any frame.
+const std::string hugeCommand = "data.export";
 
 // A server on a real socket in a private directory, answering "echo" on the test's thread.
 class ServerFixture : public ::testing::Test {
@@ -94,15 +99,20 @@ protected:
                 auto promise = std::make_shared<std::promise<CLIResponse>>();
                 auto future = promise->get_future();
                 queue.post([request, promise] {
-                    promise->set_value(CLIResponse::success(
-                        nlohmann::json{{"command", request.command},
-                                       {"size", request.argsJSON.size()}}
-                            .dump()));
+                    if (request.command == hugeCommand) {
+                        // Over the frame limit once in Base64.
+                        promise->set_value(CLIResponse::success(
+                            "\"" + std::string(std::size_t{13} << 20, 'x') + "\""));
+                        return;
+                    }
+                    promise->set_value(CLIResponse::success(nlohmann::json{
+                        {"command", request.command},
+                        {"size", request.argsJSON.size()}}.dump()));
                 });
                 return future.get();
             },
             std::move(policy));
-        server->ioTimeout = timeout;
+        server->requestTimeout = timeout;
         server->start();
     }
 
@@ -177,8 +187,11 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(ServerFixture, LargestFrameIsReadWhole) {
     startServer();
     // Pad the request's id so the whole payload is exactly the limit.
-    nlohmann::json request = {{"v", 1}, {"token", token}, {"command", "echo"},
-                              {"argsJSON", CLIBase64::encode("{}")}, {"id", ""}};
+    nlohmann::json request = {{"v", 1},
+                              {"token", token},
+                              {"command", "echo"},
+                              {"argsJSON", CLIBase64::encode("{}")},
+                              {"id", ""}};
     const std::size_t base = request.dump().size();
     request["id"] = std::string(CLIWire::maxPayloadBytes - base, 'x');
     const std::string payload = request.dump();
@@ -196,6 +209,123 @@ TEST_F(ServerFixture, SilentClientIsDroppedAfterTheTimeoutAndOthersAreServed) {
     ASSERT_TRUE(response);
     EXPECT_TRUE(response->ok);
     ::close(idle);
+}
+
+// Sends the frame's bytes one at a time, a pause apart, until the server closes the connection;
+// then reads what it answered.
+struct Trickler {
+    std::optional<CLIResponse> answer;
+    std::chrono::steady_clock::duration heldFor{};
+
+    void run(const std::string& path, const std::string& bytes, std::promise<void>& started) {
+        const int fd = RawClient::connectTo(path);
+        const auto begin = std::chrono::steady_clock::now();
+        bool signalled = false;
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            if (::send(fd, bytes.data() + i, 1, MSG_NOSIGNAL) != 1) {
+                break;
+            }
+            if (!signalled && i == 4) {
+                started.set_value();
+                signalled = true;
+            }
+            pollfd closed{fd, POLLIN, 0};
+            if (::poll(&closed, 1, 100) > 0) {
+                break; // the server answered, or hung up
+            }
+        }
+        if (!signalled) {
+            started.set_value();
+        }
+        std::string received;
+        char buffer[4096];
+        for (ssize_t n; (n = ::recv(fd, buffer, sizeof buffer, 0)) > 0;) {
+            received.append(buffer, static_cast<std::size_t>(n));
+        }
+        heldFor = std::chrono::steady_clock::now() - begin;
+        ::close(fd);
+        if (received.size() >= 4) {
+            answer = CLIResponse::decode(std::string_view(received).substr(4));
+        }
+    }
+};
+
+TEST_F(ServerFixture, SlowlyTricklingClientHoldsUpNobodyAndIsCutOffAtItsDeadline) {
+    const auto deadline = std::chrono::milliseconds(1500);
+    startServer({false, {}}, deadline);
+    Trickler trickler;
+    std::promise<void> started;
+    auto trickling = started.get_future();
+    std::thread slow([&] { trickler.run(path, frame(requestJSON(1, token, "echo")), started); });
+    trickling.wait(); // its header is in: the server is reading its request
+
+    const auto asked = std::chrono::steady_clock::now();
+    const auto response = send(frame(requestJSON(1, token, "echo")));
+    const auto waited = std::chrono::steady_clock::now() - asked;
+    ASSERT_TRUE(response);
+    EXPECT_TRUE(response->ok);
+    EXPECT_LT(waited, std::chrono::seconds(1)) << "the other client waited on the trickler";
+
+    slow.join();
+    EXPECT_GE(trickler.heldFor, deadline - std::chrono::milliseconds(100));
+    EXPECT_LT(trickler.heldFor, deadline + std::chrono::seconds(2))
+        << "a byte now and then must not keep the connection open";
+    ASSERT_TRUE(trickler.answer) << "the trickler is answered before it is cut off";
+    ASSERT_TRUE(trickler.answer->error);
+    EXPECT_EQ(trickler.answer->error->message, "Malformed request.");
+}
+
+TEST_F(ServerFixture, StopDoesNotWaitForAClientsDeadline) {
+    startServer({false, {}}, std::chrono::seconds(60));
+    std::vector<int> idle;
+    for (int i = 0; i < 3; ++i) {
+        idle.push_back(RawClient::connectTo(path));
+        ASSERT_GE(idle.back(), 0);
+        ASSERT_EQ(::send(idle.back(), "\0\0", 2, MSG_NOSIGNAL), 2); // half a header, then nothing
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const auto begin = std::chrono::steady_clock::now();
+    server->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    for (const int fd : idle) {
+        char byte = 0;
+        EXPECT_LE(::recv(fd, &byte, 1, 0), 0) << "the connection must be closed by the stop";
+        ::close(fd);
+    }
+}
+
+TEST_F(ServerFixture, AnswerTooLargeForAFrameBecomesAFailureThatSaysSo) {
+    startServer();
+    std::vector<std::string> warnings;
+    std::mutex logged;
+    const auto previous =
+        Logger::setSink([&](std::string_view, LogLevel level, std::string_view line) {
+            if (level == LogLevel::warning) {
+                const std::lock_guard lock(logged);
+                warnings.emplace_back(line);
+            }
+        });
+    const auto response = send(frame(requestJSON(1, token, hugeCommand)));
+    Logger::setSink(previous);
+    ASSERT_TRUE(response) << "the tool must get an answer, not a closed connection";
+    EXPECT_FALSE(response->ok);
+    ASSERT_TRUE(response->error);
+    EXPECT_EQ(response->error->code, "E_RUNTIME");
+    EXPECT_TRUE(response->error->message.starts_with("The answer to `marlune data export` is "))
+        << response->error->message;
+    EXPECT_TRUE(response->error->message.ends_with(" MB, over the 16 MiB limit for one answer."))
+        << response->error->message;
+    ASSERT_TRUE(response->error->hint);
+    EXPECT_NE(response->error->hint->find("--limit"), std::string::npos);
+
+    const std::lock_guard lock(logged);
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_NE(warnings[0].find(hugeCommand), std::string::npos);
+    EXPECT_EQ(warnings[0].find("xxxx"), std::string::npos) << "content must never be logged";
+
+    const auto next = send(frame(requestJSON(1, token, "echo")));
+    ASSERT_TRUE(next);
+    EXPECT_TRUE(next->ok);
 }
 
 TEST_F(ServerFixture, ClientThatLeavesBeforeTheAnswerDoesNotStopTheServer) {
@@ -223,8 +353,8 @@ TEST_F(ServerFixture, SocketIsPrivateAndASecondServerIsRefused) {
         second.start();
         FAIL() << "a second server took a live socket";
     } catch (const CLISocketServerError& error) {
-        EXPECT_EQ(std::string(error.what()), "Another Marlune instance is already serving " +
-                                                 path + "; not starting a second CLI listener.");
+        EXPECT_EQ(std::string(error.what()), "Another Marlune instance is already serving " + path +
+                                                 "; not starting a second CLI listener.");
     }
 }
 
@@ -267,23 +397,23 @@ TEST_F(ServerFixture, AnotherUserIsRejectedBeforeAnyByteIsRead) {
     // Open the socket to everyone, so only the peer check stands in the way.
     ::chmod(dir.path().c_str(), 0755);
     ::chmod(path.c_str(), 0666);
-    const std::string script =
-        "import socket,struct,sys\n"
-        "s=socket.socket(socket.AF_UNIX);s.connect(sys.argv[1])\n"
-        "d=b''\n"
-        "while True:\n"
-        "  c=s.recv(65536)\n"
-        "  if not c: break\n"
-        "  d+=c\n"
-        "sys.stdout.write(d[4:].decode())\n";
+    const std::string script = "import socket,struct,sys\n"
+                               "s=socket.socket(socket.AF_UNIX);s.connect(sys.argv[1])\n"
+                               "d=b''\n"
+                               "while True:\n"
+                               "  c=s.recv(65536)\n"
+                               "  if not c: break\n"
+                               "  d+=c\n"
+                               "sys.stdout.write(d[4:].decode())\n";
     const fs::path scriptFile = dir / "client.py";
     std::ofstream(scriptFile) << script;
     ::chmod(scriptFile.c_str(), 0644);
     std::promise<std::string> done;
     auto future = done.get_future();
     std::thread client([&] {
-        const std::string command = "setpriv --reuid=65534 --regid=65534 --clear-groups /usr/bin/python3 " +
-                                    scriptFile.string() + " " + path;
+        const std::string command =
+            "setpriv --reuid=65534 --regid=65534 --clear-groups /usr/bin/python3 " +
+            scriptFile.string() + " " + path;
         std::string out;
         if (FILE* pipe = ::popen(command.c_str(), "r")) {
             char buffer[4096];
