@@ -484,10 +484,13 @@ bool holdsCardNumber(std::string_view text) {
 
 // --- one-time codes ---------------------------------------------------------------------------
 
-// The whole text is 4 to 8 digits, or two groups of digits split by one space or dash
-// ("123 456", "1234-5678") whose lengths differ by at most one, as codes are shown. Uneven
-// pairs such as "2024-05" are dates, not codes.
+// The whole text, white space around it aside, is 6 to 8 digits, or two groups of digits
+// split by one space or hyphen ("123 456", "1234-5678"), 6 to 8 in all, whose lengths differ
+// by at most one, as codes are shown. Shorter numbers are years, postal codes, prices and
+// PINs people mean to keep; uneven pairs such as "2024-05" are dates.
 bool isOneTimeCode(std::string_view text) {
+    static constexpr std::size_t fewestDigits = 6;
+    static constexpr std::size_t mostDigits = 8;
     std::size_t b = 0;
     std::size_t e = text.size();
     while (b < e && isSpace(at(text, b))) {
@@ -496,13 +499,13 @@ bool isOneTimeCode(std::string_view text) {
     while (e > b && isSpace(at(text, e - 1))) {
         --e;
     }
-    if (e - b < 4 || e - b > 9) {
+    const std::string_view s = text.substr(b, e - b);
+    if (s.size() < fewestDigits || s.size() > mostDigits + 1) {
         return false;
     }
-    const std::string_view s = text.substr(b, e - b);
     const std::size_t first = skipWhile(s, 0, isDigit);
     if (first == s.size()) {
-        return first >= 4 && first <= 8;
+        return first <= mostDigits;
     }
     if (first == 0 || (s[first] != ' ' && s[first] != '-')) {
         return false;
@@ -511,10 +514,11 @@ bool isOneTimeCode(std::string_view text) {
     if (secondEnd != s.size()) {
         return false;
     }
+    // Codes are shown as two equal halves ("123 456", "1234-5678"); unequal ones are a local
+    // phone number ("555-1234") or a year and month ("2024-05"), which the history keeps.
     const std::size_t second = secondEnd - first - 1;
     const std::size_t total = first + second;
-    const std::size_t gap = first > second ? first - second : second - first;
-    return second > 0 && total >= 4 && total <= 8 && gap <= 1;
+    return second == first && total >= fewestDigits && total <= mostDigits;
 }
 
 } // namespace

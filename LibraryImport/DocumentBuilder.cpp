@@ -1,6 +1,7 @@
 #include "LibraryImport/DocumentBuilder.h"
 
 #include "LibraryImport/StableID.h"
+#include "MarluneCore/ContentLimits.h"
 
 #include <algorithm>
 #include <cctype>
@@ -214,6 +215,11 @@ bool DocumentBuilder::add(std::string_view nameSpace, SourceSnippet source,
     const std::string id = StableID::make(nameSpace, source.sourceID);
     if (!snippetIDs.insert(id).second) {
         return false;
+    }
+    if (const auto refusal = ContentLimits::refusal("snippet body", source.content.size(),
+                                                    ContentLimits::snippetBodyBytes)) {
+        skip(name(source) + " was skipped. " + *refusal);
+        return true;
     }
     SnippetDTO dto;
     dto.id = id;

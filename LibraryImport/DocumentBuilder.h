@@ -72,8 +72,10 @@ public:
     GroupRefDTO group(std::string_view sourceID, const std::string& name);
 
     // Adds a snippet under the namespace's stable id. A second snippet with the same id is
-    // dropped (false). `sourcePrefix` is the source tool's own keyword prefix, replaced by the
-    // user's; `toolName` names that tool in the note about it.
+    // dropped (false), for the caller to say why in its own words; one whose body is over the
+    // library's size limit is skipped here with a note naming it and the limit.
+    // `sourcePrefix` is the source tool's own keyword prefix, replaced by the user's;
+    // `toolName` names that tool in the note about it.
     bool add(std::string_view nameSpace, SourceSnippet source, std::string_view sourcePrefix = {},
              std::string_view toolName = {});
 

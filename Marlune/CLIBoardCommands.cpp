@@ -18,6 +18,7 @@
 #include "MarluneCore/BoardOrdering.h"
 #include "MarluneCore/BoardStore.h"
 #include "MarluneCore/ClipStore.h"
+#include "MarluneCore/ContentLimits.h"
 #include "MarluneCore/Log.h"
 
 #include <algorithm>
@@ -66,9 +67,8 @@ template <class Body> auto guarded(Body body) {
             throw CLIError(CLIErrorCode::validation, error.what(), error.hint());
         } catch (const ExportError& error) {
             const auto code = error.kind() == ExportError::Kind::fileExists ? CLIErrorCode::conflict
-                              : error.kind() == ExportError::Kind::noVault
-                                  ? CLIErrorCode::notFound
-                                  : CLIErrorCode::runtime;
+                              : error.kind() == ExportError::Kind::noVault  ? CLIErrorCode::notFound
+                                                                            : CLIErrorCode::runtime;
             throw CLIError(code, error.what(), error.hint());
         }
     };
@@ -248,7 +248,8 @@ void refresh(CLICall& call) {
 void copyToDesktop(CLICall& call, const std::string& text) {
     if (auto* desktop = call.environment().desktop) {
         PasteboardSnapshot::Item item;
-        item.payloads.push_back(PasteboardSnapshot::Payload::fromText("text/plain;charset=utf-8", text));
+        item.payloads.push_back(
+            PasteboardSnapshot::Payload::fromText("text/plain;charset=utf-8", text));
         item.payloads.push_back(PasteboardSnapshot::Payload::fromText("UTF8_STRING", text));
         desktop->copyToClipboard(PasteboardSnapshot::fromItems({std::move(item)}));
     }
@@ -275,7 +276,8 @@ BoardListItem listItem(const BoardItem& item) {
 std::vector<BoardSectionDTO> sections(const EmptyArgs&, CLICall& call) {
     refresh(call);
     auto store = storeFor(call);
-    const Uuid active = store.activeSection(call.now()).id;
+    const auto current = store.activeSectionIfAny();
+    const Uuid active = current ? current->id : Uuid{};
     std::vector<BoardSectionDTO> out;
     for (const auto& summary : store.sectionSummaries()) {
         out.push_back(sectionDTO(summary, active));
@@ -285,9 +287,10 @@ std::vector<BoardSectionDTO> sections(const EmptyArgs&, CLICall& call) {
 
 BoardSectionDTO use(const BoardUseArgs& args, CLICall& call) {
     auto store = storeFor(call);
-    const Pinboard section = args.create ? (CLIResolvers::requireRef(args.ref, "A section name is required."),
-                                            store.sectionForName(args.ref, call.now()))
-                                         : resolveSection(store, args.ref);
+    const Pinboard section =
+        args.create ? (CLIResolvers::requireRef(args.ref, "A section name is required."),
+                       store.sectionForName(args.ref, call.now()))
+                    : resolveSection(store, args.ref);
     store.setActiveSection(section.id);
     for (const auto& summary : store.sectionSummaries()) {
         if (summary.section.id == section.id) {
@@ -320,8 +323,10 @@ std::vector<BoardItemDTO> list(const BoardListArgs& args, CLICall& call) {
             throw CLIError(CLIErrorCode::usage, "Give a section or --all, not both.");
         }
         items = store.allItems(call.now(), filter);
-    } else {
-        items = store.items(sectionOrActive(store, args.section, call.now()), call.now(), filter);
+    } else if (args.section) {
+        items = store.items(resolveSection(store, *args.section), call.now(), filter);
+    } else if (const auto active = store.activeSectionIfAny()) {
+        items = store.items(*active, call.now(), filter);
     }
     std::vector<BoardItemDTO> out;
     out.reserve(items.size());
@@ -480,6 +485,13 @@ BoardMutationResultDTO due(const BoardDueArgs& args, CLICall& call) {
 }
 
 BoardItemDTO note(const BoardNoteArgs& args, CLICall& call) {
+    if (args.text) {
+        if (const auto refusal = ContentLimits::refusal("Board note", args.text->size(),
+                                                        ContentLimits::boardNoteBytes)) {
+            throw CLIError(CLIErrorCode::validation, *refusal,
+                           "Shorten the note, or keep the long text in a snippet or a file.");
+        }
+    }
     auto store = storeFor(call);
     const Uuid id = resolveItem(store, args.id, call.now());
     std::optional<std::string> text = args.text;
@@ -616,7 +628,8 @@ fs::path configFolder() {
 std::string percentDecoded(std::string_view text) {
     std::string out;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size() && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+        if (text[i] == '%' && i + 2 < text.size() &&
+            std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
             std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
             out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
             i += 2;
@@ -645,7 +658,7 @@ BoardExporter::Section exportSection(BoardStore& store, ClipStore& clips, const 
                     attachment.sourceURL = fs::path(percentDecoded(rep.text->substr(7)));
                 } else if (rep.data && !imageBytes) {
                     imageBytes = std::move(rep.data);
-                    extension = rep.utTypeIdentifier == "public.jpeg" ? ".jpg"
+                    extension = rep.utTypeIdentifier == "public.jpeg"   ? ".jpg"
                                 : rep.utTypeIdentifier == "public.tiff" ? ".tiff"
                                                                         : ".png";
                 }
@@ -731,21 +744,18 @@ BoardMutationResultDTO tag(const BoardTagArgs& args, CLICall& call) {
 
 void registerBoardCommands(CLIListener& listener) {
     using namespace CLICommandName;
-    listener.addTyped<BoardShowArgs>(std::string(boardShow),
-                                     [](const BoardShowArgs&, CLICall&) -> BoardMutationResultDTO {
-                                         throw panelMissing();
-                                     });
+    listener.addTyped<BoardShowArgs>(
+        std::string(boardShow),
+        [](const BoardShowArgs&, CLICall&) -> BoardMutationResultDTO { throw panelMissing(); });
     for (auto name : {boardHide, boardToggle}) {
-        listener.addTyped<EmptyArgs>(std::string(name),
-                                     [](const EmptyArgs&, CLICall&) -> BoardMutationResultDTO {
-                                         throw panelMissing();
-                                     });
+        listener.addTyped<EmptyArgs>(
+            std::string(name),
+            [](const EmptyArgs&, CLICall&) -> BoardMutationResultDTO { throw panelMissing(); });
     }
-    listener.addTyped<EmptyArgs>(std::string(boardDraw),
-                                 [](const EmptyArgs&, CLICall&) -> BoardMutationResultDTO {
-                                     throw capabilityMissing(
-                                         "Drawing on the Board is not available in this version.");
-                                 });
+    listener.addTyped<EmptyArgs>(
+        std::string(boardDraw), [](const EmptyArgs&, CLICall&) -> BoardMutationResultDTO {
+            throw capabilityMissing("Drawing on the Board is not available in this version.");
+        });
     listener.addTyped<BoardTransformArgs>(
         std::string(boardTransform),
         [](const BoardTransformArgs&, CLICall&) -> BoardMutationResultDTO {

@@ -3,14 +3,15 @@
 #include "ExpansionEngine/SnippetRenderer.h"
 #include "Marlune/CLIClipSupport.h"
 #include "Marlune/CLIListener.h"
-#include "Marlune/DesktopActions.h"
 #include "Marlune/CLIRecordMapping.h"
 #include "Marlune/CLIResolvers.h"
+#include "Marlune/DesktopActions.h"
 #include "MarluneCLIProtocol/CLICommandName.h"
 #include "MarluneCLIProtocol/CLIDateFormat.h"
 #include "MarluneCLIProtocol/Paging.h"
 #include "MarluneCLIProtocol/SnippetRecords.h"
 #include "MarluneCore/BatchActions.h"
+#include "MarluneCore/ContentLimits.h"
 #include "MarluneCore/LibraryQueries.h"
 #include "MarluneCore/ProfileStore.h"
 #include "MarluneCore/SnippetStore.h"
@@ -390,9 +391,20 @@ Page<SnippetDTO> searchSnippets(const SearchArgs& args, CLICall& call) {
 
 // --- writing ----------------------------------------------------------------------------
 
+void requireBodyWithinLimit(const std::string& body) {
+    if (const auto refusal =
+            ContentLimits::refusal("snippet body", body.size(), ContentLimits::snippetBodyBytes)) {
+        throw CLIError(CLIErrorCode::validation, *refusal,
+                       "Shorten the body, or split it into several snippets.");
+    }
+}
+
 SnippetDTO createSnippet(const SnippetCreateArgs& args, CLICall& call) {
     auto& context = call.context();
     requireTitle(args.title);
+    if (args.content) {
+        requireBodyWithinLimit(*args.content);
+    }
     const auto prefix = CLIRecordMapping::keywordPrefix(call.settings());
     Snippet snippet = Snippet::make(call.now());
     snippet.title = args.title;
@@ -454,6 +466,7 @@ SnippetDTO updateSnippet(const SnippetUpdateArgs& args, CLICall& call) {
             keywordArg(*args.keyword, CLIRecordMapping::keywordPrefix(call.settings()));
     }
     if (args.content) {
+        requireBodyWithinLimit(*args.content);
         snippet.content = *args.content;
     }
     if (args.contentType) {
@@ -483,9 +496,24 @@ SnippetDTO updateSnippet(const SnippetUpdateArgs& args, CLICall& call) {
     return CLIRecordMapping(context, call.settings()).snippet(updated);
 }
 
+// A body sealed under a key that is not here reads as empty; using it would print, paste or
+// copy nothing as if that were the text.
+void refuseUnreadable(const Snippet& snippet) {
+    if (snippet.contentUnreadable) {
+        throw CLIError(CLIErrorCode::runtime,
+                       "The body of \"" + snippet.title +
+                           "\" could not be opened with the content key here; it is kept as it "
+                           "was sealed.",
+                       "Bring back the content key it was sealed with (the keyring item or the "
+                       "content-key file) and start Marlune again, or give it a new body with "
+                       "`marlune snippet update --content`.");
+    }
+}
+
 SnippetDTO duplicateSnippet(const SnippetDuplicateArgs& args, CLICall& call) {
     auto& context = call.context();
     const Snippet original = CLIResolvers::snippet(context, args.ref, args.by);
+    refuseUnreadable(original);
     std::vector<Uuid> copies;
     if (args.title) {
         requireTitle(*args.title);
@@ -551,6 +579,7 @@ DeleteResultDTO deleteSnippet(const RefArgs& args, CLICall& call) {
 SnippetDTO getSnippet(const GetArgs& args, CLICall& call) {
     auto& context = call.context();
     const Snippet snippet = CLIResolvers::snippet(context, args.ref, args.by);
+    refuseUnreadable(snippet);
     auto dto = CLIRecordMapping(context, call.settings()).snippet(snippet);
     if (!args.raw) {
         dto.content =
@@ -611,6 +640,7 @@ void deliverExpansion(const ExpandArgs& args, const std::string& text, CLICall& 
 ExpandResultDTO expandSnippet(const ExpandArgs& args, CLICall& call) {
     auto& context = call.context();
     const Snippet snippet = CLIResolvers::snippet(context, args.ref, args.by);
+    refuseUnreadable(snippet);
     refuseDesktopActions(args, call);
     RenderInputs inputs{args.fills,     args.vars, args.noClipboard ? std::nullopt : args.clipboard,
                         args.selection, args.now,  args.timezone,

@@ -91,14 +91,28 @@ void ExpansionService::start(KeyboardWatcher& watcher) {
 
 void ExpansionService::refresh() {
     std::vector<ExpansionSnippet> live;
+    std::size_t unreadable = 0;
     for (auto& snippet : SnippetStore(c_.context).list(SnippetSortMode::lastEdited)) {
         if (snippet.keyword.empty()) {
+            continue;
+        }
+        // A body the content key here cannot open would type nothing: the keyword stays as
+        // typed until the key is back.
+        if (snippet.contentUnreadable) {
+            ++unreadable;
             continue;
         }
         live.push_back({snippet.id.string(), std::move(snippet.keyword), std::move(snippet.content),
                         std::string(rawValue(snippet.contentType))});
     }
     triggers_ = KeywordTable(std::move(live));
+    if (unreadable != unreadableSnippets_) {
+        unreadableSnippets_ = unreadable;
+        if (unreadable > 0) {
+            logs::app.warning("Not expanding the keywords of " + std::to_string(unreadable) +
+                              " snippets whose bodies the content key here cannot open.");
+        }
+    }
 
     std::map<std::string, std::string, std::less<>> variables;
     for (auto& [key, value] : ProfileStore(c_.context).profile().values) {

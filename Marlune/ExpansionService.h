@@ -238,6 +238,8 @@ private:
     KeyboardWatcher* watcher_ = nullptr;
     TypedBuffer buffer_;
     KeywordTable triggers_;
+    // Snippets left out of the table because their bodies did not open (logged on change).
+    std::size_t unreadableSnippets_ = 0;
     SnippetLookup lookup_;
     std::map<std::string, std::string, std::less<>> variables_;
     std::string prefix_ = ";";

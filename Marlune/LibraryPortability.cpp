@@ -5,6 +5,7 @@
 #include "Marlune/ConfigRegistry.h"
 #include "MarluneCLIProtocol/CLIDateFormat.h"
 #include "MarluneCLIProtocol/CLIRecordCodec.h"
+#include "MarluneCore/ContentLimits.h"
 #include "MarluneCore/ProfileStore.h"
 #include "MarluneCore/SnippetStore.h"
 
@@ -319,7 +320,7 @@ LibraryPortability::ImportResult LibraryPortability::apply(const DataDocumentDTO
 
     // Settings are worked out first and written only after the library has taken the rest.
     std::vector<std::pair<const ConfigSetting*, CLIJSONValue>> settingsToWrite;
-    if (options.applySettings && document.settings) {
+    if (document.settings) {
         for (const auto& [key, value] : *document.settings) {
             const ConfigSetting* setting = ConfigRegistry::find(key);
             if (setting == nullptr) {
@@ -327,6 +328,10 @@ LibraryPortability::ImportResult LibraryPortability::apply(const DataDocumentDTO
             }
             auto accepted = acceptedSetting(*setting, value);
             if (!accepted) {
+                continue;
+            }
+            if (!options.applySettings) {
+                result.settingsNotApplied.push_back(key);
                 continue;
             }
             result.settingsApplied.push_back(key);
@@ -466,8 +471,18 @@ LibraryPortability::ImportResult LibraryPortability::apply(const DataDocumentDTO
         auto addTag =
             db.prepare("INSERT OR IGNORE INTO SnippetTag (snippet_id, tag_id) VALUES (?1, ?2)");
         std::unordered_set<std::string> documentIDs;
+        // A snippet too large to keep is left out, not the whole document; with `replace` the
+        // library's own copy of it stays where it is.
+        std::unordered_set<std::string> skippedIDs;
         for (const auto& s : prepared.snippets) {
             const std::string id = s.id.string();
+            if (const auto refusal = ContentLimits::refusal("snippet body", s.dto->content.size(),
+                                                            ContentLimits::snippetBodyBytes)) {
+                result.skippedSnippets.push_back("The snippet \"" + s.dto->title +
+                                                 "\" was skipped. " + *refusal);
+                skippedIDs.insert(id);
+                continue;
+            }
             const auto found = existing.find(id);
             const bool isNew = found == existing.end();
             if (!documentIDs.insert(id).second) {
@@ -512,7 +527,7 @@ LibraryPortability::ImportResult LibraryPortability::apply(const DataDocumentDTO
         if (options.replace) {
             auto trash = db.prepare("UPDATE Snippet SET deletedAt = ?2 WHERE id = ?1");
             for (const auto& [id, trashed] : existing) {
-                if (!trashed && !documentIDs.contains(id)) {
+                if (!trashed && !documentIDs.contains(id) && !skippedIDs.contains(id)) {
                     trash.bind(1, id).bind(2, toStorage(now)).run();
                     ++result.trashedSnippets;
                 }
@@ -523,7 +538,7 @@ LibraryPortability::ImportResult LibraryPortability::apply(const DataDocumentDTO
         // user's call.
         std::set<std::string> documentKeywords;
         for (const auto& s : prepared.snippets) {
-            if (!s.dto->keyword.empty()) {
+            if (!s.dto->keyword.empty() && !skippedIDs.contains(s.id.string())) {
                 documentKeywords.insert(s.dto->keyword);
             }
         }
@@ -574,6 +589,9 @@ DataImportResultDTO LibraryPortability::resultDTO(const ImportResult& result) {
     dto.createdSnippets = result.createdSnippets;
     dto.restoredSnippets = result.restoredSnippets;
     dto.trashedSnippets = result.trashedSnippets;
+    dto.appliedSettingKeys = result.settingsApplied;
+    dto.unappliedSettingKeys = result.settingsNotApplied;
+    dto.skippedSnippets = static_cast<std::int64_t>(result.skippedSnippets.size());
     return dto;
 }
 

@@ -55,6 +55,9 @@ public:
         std::int64_t pinboards = 0;
         std::int64_t profileVars = 0;
         std::vector<std::string> settingsApplied;
+        // Settings the document carries that would have been applied, left alone because
+        // `applySettings` was not asked for.
+        std::vector<std::string> settingsNotApplied;
         std::vector<std::string> settingsRequiringRelaunch;
         bool changedShortcut = false;
         bool dryRun = false;
@@ -64,6 +67,9 @@ public:
         // Keywords that could never be typed, left out (the snippet imported without one):
         // a sentence each, naming the snippet.
         std::vector<std::string> refusedKeywords;
+        // Snippets left out because their body is over the size limit: a sentence each,
+        // naming the snippet and the limit.
+        std::vector<std::string> skippedSnippets;
 
         // The one sentence about the keyword clashes, or nothing when there are none.
         std::optional<std::string> keywordClashMessage() const;

@@ -406,8 +406,8 @@ Renderer deletion(std::string noun) {
 std::string pinboardPage(const Page<PinboardDTO>& page) {
     std::vector<std::vector<std::string>> rows;
     for (const auto& p : page.items) {
-        rows.push_back({idPrefix(p.id), p.name, p.colorRole.value_or(""),
-                        std::to_string(p.clipCount)});
+        rows.push_back(
+            {idPrefix(p.id), p.name, p.colorRole.value_or(""), std::to_string(p.clipCount)});
     }
     std::string out;
     if (!rows.empty()) {
@@ -449,8 +449,8 @@ std::string rulePage(const Page<CaptureRuleDTO>& page) {
     }
     std::vector<std::vector<std::string>> rows;
     for (const auto& r : page.items) {
-        rows.push_back({idPrefix(r.id), r.bundleID, r.appName.value_or(""),
-                        r.isEnabled ? "on" : "off"});
+        rows.push_back(
+            {idPrefix(r.id), r.bundleID, r.appName.value_or(""), r.isEnabled ? "on" : "off"});
     }
     return table({"ID", "APP", "NAME", "RULE"}, rows);
 }
@@ -539,7 +539,8 @@ std::string clipsPasted(const ClipPasteStackResultDTO& r) {
 std::string statsRecord(const StatsDTO& s) {
     Fields fields{{"expansions this week", std::to_string(s.expansionsThisWeek)}};
     if (s.keystrokesSavedThisWeek) {
-        fields.emplace_back("keystrokes saved this week", std::to_string(*s.keystrokesSavedThisWeek));
+        fields.emplace_back("keystrokes saved this week",
+                            std::to_string(*s.keystrokesSavedThisWeek));
     }
     if (s.minutesSavedThisWeek) {
         fields.emplace_back("minutes saved this week", std::to_string(*s.minutesSavedThisWeek));
@@ -599,8 +600,8 @@ std::variant<ToolOutput, CLIErrorPayload> restored(const CLIResponse& response, 
         if (auto* error = std::get_if<CLIErrorPayload>(&snippet)) {
             return std::move(*error);
         }
-        return ToolOutput{"Restored snippet \"" + std::get<SnippetDTO>(snippet).title + "\".\n",
-                          {}, 0};
+        return ToolOutput{
+            "Restored snippet \"" + std::get<SnippetDTO>(snippet).title + "\".\n", {}, 0};
     }
     auto clip = decodeResult<ClipDTO>(response);
     if (auto* error = std::get_if<CLIErrorPayload>(&clip)) {
@@ -632,16 +633,26 @@ std::string importSummary(const DataImportResultDTO& r) {
                       " restored from the Trash.\n";
     if (r.trashedSnippets.value_or(0) > 0) {
         out += std::string(r.dryRun ? "Would move " : "Moved ") +
-               plural(*r.trashedSnippets, "snippet") + " that the file doesn't have to the Trash.\n";
+               plural(*r.trashedSnippets, "snippet") +
+               " that the file doesn't have to the Trash.\n";
     }
     out += record({{"groups", std::to_string(r.groups)},
                    {"tags", std::to_string(r.tags)},
                    {"pinboards", std::to_string(r.pinboards)},
                    {"profile variables", std::to_string(r.profileVars)},
                    {"settings", std::to_string(r.settingsApplied)}});
+    if (!r.appliedSettingKeys.empty()) {
+        out += std::string(r.dryRun ? "Would apply" : "Applied") +
+               " the file's settings: " + joined(r.appliedSettingKeys, ", ") + ".\n";
+    }
     if (!r.settingsRequiringRelaunch.empty()) {
         out += "Quit and reopen Marlune for " + joined(r.settingsRequiringRelaunch, ", ") +
                " to take effect.\n";
+    }
+    if (!r.unappliedSettingKeys.empty()) {
+        out += "Left your settings as they are; the file also carries " +
+               joined(r.unappliedSettingKeys, ", ") +
+               ". Pass --apply-settings to apply them too.\n";
     }
     if (r.dryRun) {
         out += "Nothing was changed (dry run).\n";
@@ -649,9 +660,11 @@ std::string importSummary(const DataImportResultDTO& r) {
     return out;
 }
 
+// Clips left out go to the warnings, each with its reason.
 std::string clipImportSummary(const DataImportResultDTO& r) {
-    return r.dryRun ? std::string("The clips can be imported; nothing was changed (dry run).\n")
-                    : std::string("Imported the clips into the history.\n");
+    const std::string clips = plural(r.clips.value_or(0), "clip");
+    return r.dryRun ? "Would import " + clips + "; nothing was changed (dry run).\n"
+                    : "Imported " + clips + " into the history.\n";
 }
 // --- data rendering end
 
@@ -759,10 +772,12 @@ std::string boardSectionList(const std::vector<BoardSectionDTO>& sections) {
 }
 
 std::string boardItemRecord(const BoardItemDTO& item) {
-    Fields fields{{"id", item.id}, {"section", item.sectionName}, {"kind", item.kind},
-                  {"done", item.isDone ? "yes (" + boardLocalTime(item.completedAt.value_or("")) +
-                                             ")"
-                                       : "no"}};
+    Fields fields{{"id", item.id},
+                  {"section", item.sectionName},
+                  {"kind", item.kind},
+                  {"done", item.isDone
+                               ? "yes (" + boardLocalTime(item.completedAt.value_or("")) + ")"
+                               : "no"}};
     if (item.pinned.value_or(false)) {
         fields.emplace_back("pinned", "yes");
     }
@@ -799,10 +814,17 @@ std::string boardItemRecord(const BoardItemDTO& item) {
 
 std::string boardMutation(const BoardMutationResultDTO& r) {
     static const std::map<std::string, std::string> verbs = {
-        {"check", "Checked"},     {"uncheck", "Reopened"},  {"remove", "Took off the Board"},
-        {"file", "Filed"},        {"pin", "Pinned"},        {"unpin", "Unpinned"},
-        {"snooze", "Snoozed"},    {"wake", "Woke"},         {"due", "Set the due date of"},
-        {"clearDue", "Cleared the due date of"},            {"tag", "Tagged"},
+        {"check", "Checked"},
+        {"uncheck", "Reopened"},
+        {"remove", "Took off the Board"},
+        {"file", "Filed"},
+        {"pin", "Pinned"},
+        {"unpin", "Unpinned"},
+        {"snooze", "Snoozed"},
+        {"wake", "Woke"},
+        {"due", "Set the due date of"},
+        {"clearDue", "Cleared the due date of"},
+        {"tag", "Tagged"},
         {"clearCompleted", "Cleared"}};
     if (r.action == "capture") {
         return "Capturing the selection; Marlune shows what it added.\n";

@@ -226,20 +226,32 @@ TEST(SecretDetectorTest, CardNumbersNeedTheirShapeAndLuhn) {
     EXPECT_TRUE(SecretDetector::luhnValid("1700000000004"));
 }
 
-TEST(SecretDetectorTest, OneTimeCodesAreShortDigitOnlyTexts) {
+TEST(SecretDetectorTest, OnlyCodeShapedNumbersAreOneTimeCodesNotYearsPricesOrPostcodes) {
     expectAll({
         {"six digits", "123456", SecretKind::oneTimeCode},
-        {"four digits", "0042", SecretKind::oneTimeCode},
+        {"seven digits", "4829137", SecretKind::oneTimeCode},
         {"eight digits", "12345678", SecretKind::oneTimeCode},
+        {"leading zeros", "004213", SecretKind::oneTimeCode},
         {"split by a space", "123 456", SecretKind::oneTimeCode},
-        {"split by a dash", "1234-5678", SecretKind::oneTimeCode},
-        {"uneven by one", "123 4567", SecretKind::oneTimeCode},
+        {"split by a hyphen", "1234-5678", SecretKind::oneTimeCode},
+        {"groups uneven by one, a local phone number", "555-1234", std::nullopt},
         {"surrounding white space", " 482913\n", SecretKind::oneTimeCode},
-        {"three digits", "123", std::nullopt},
+        {"a year", "2024", std::nullopt},
+        {"a PIN", "0042", std::nullopt},
+        {"a postal code", "90210", std::nullopt},
+        {"a postal code in white space", "\t90210\n", std::nullopt},
+        {"a price without its cents", "1299", std::nullopt},
+        {"a price", "12.99", std::nullopt},
+        {"a price with a thousands mark", "1,299", std::nullopt},
         {"nine digits", "123456789", std::nullopt},
+        {"an order number with letters", "A123456", std::nullopt},
+        {"an order number split like a code", "AB-1234", std::nullopt},
         {"year and month", "2024-05", std::nullopt},
+        {"postal code plus four", "90210-1234", std::nullopt},
+        {"two groups of two", "12 34", std::nullopt},
         {"three groups", "12 34 56", std::nullopt},
         {"two separators", "123--456", std::nullopt},
+        {"a line break between the groups", "123 \n456", std::nullopt},
         {"inside a sentence", "Your code is 123456", std::nullopt},
         {"a date", "2024-05-17", std::nullopt},
     });

@@ -252,6 +252,19 @@ TEST(EspansoImporter, MatchesVariablesAndFormsFromTheCommandLine) {
                  "Match ':empty' has no replace/markdown/form content — skipped."});
 }
 
+TEST(LibraryImporter, ASnippetOverTheBodyLimitIsSkippedByNameAndTheRestImported) {
+    const std::string json = R"([{"name": "Huge", "keyword": ";huge", "text": ")" +
+                             std::string(2'000'000, 'x') +
+                             R"("}, {"name": "Small", "keyword": ";s", "text": "hi"}])";
+    const auto c = converted(
+        LibraryImporter::convert("big.json", bytesOf(json), fixtureOptions("big.json"), {}, false));
+    ASSERT_EQ(c.document.snippets->size(), 1U);
+    EXPECT_EQ(c.document.snippets->front().title, "Small");
+    EXPECT_EQ(c.skippedCount, 1);
+    expectNotes(c, {"“Huge” was skipped. The snippet body is 2.0 MB, over the 1 MiB limit for a "
+                    "snippet body."});
+}
+
 TEST(LibraryImporter, ConvertingTheSameFileTwiceGivesTheSameIDs) {
     for (const char* file : {"textexpander/Customer Replies.csv", "raycast/snippets.json"}) {
         SCOPED_TRACE(file);

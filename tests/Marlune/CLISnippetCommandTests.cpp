@@ -3,7 +3,10 @@
 #include "MarluneCLIProtocol/LibraryRecords.h"
 #include "MarluneCLIProtocol/SnippetRecords.h"
 #include "MarluneCLIProtocol/SystemRecords.h"
+#include "MarluneCore/ClipCrypto.h"
+#include "MarluneCore/Database.h"
 #include "MarluneCore/SnippetStore.h"
+#include "MarluneCore/SymmetricKey.h"
 #include "support/FakeDesktopActions.h"
 
 namespace marlune::test {
@@ -458,6 +461,40 @@ TEST_F(ExpandTest, GetRendersUnlessRaw) {
     EXPECT_EQ(ok<SnippetDTO>(N::snippetGet, GetArgs{"sign", {}, true}).content,
               "— {@var|key=name@}");
     EXPECT_EQ(ok<SnippetDTO>(N::snippetGet, GetArgs{"sign", {}, false}).content, "— Ada");
+}
+
+} // namespace
+} // namespace marlune::test
+
+namespace marlune::test {
+namespace {
+
+// A body sealed under a key that is not here must neither come out as "" nor be written over.
+TEST_F(SnippetCommandTest, BodyTheKeyHereCannotOpenIsRefusedAndKeptThroughEdits) {
+    const auto made = create("Letter", ";let", "Dear Ada");
+    const std::string foreign = ClipCrypto(SymmetricKey::random()).sealText("Dear Ada");
+    context().db().prepare("UPDATE Snippet SET content = ?1").bind(1, foreign).step();
+
+    ExpandArgs expand;
+    expand.ref = made.id;
+    GetArgs get;
+    get.ref = made.id;
+    SnippetDuplicateArgs duplicate;
+    duplicate.ref = made.id;
+    duplicate.title = "Copy";
+    for (const auto& error : {fails(N::snippetExpand, expand), fails(N::snippetGet, get),
+                              fails(N::snippetDuplicate, duplicate)}) {
+        EXPECT_EQ(error.code, "E_RUNTIME");
+        EXPECT_NE(error.message.find("could not be opened"), std::string::npos) << error.message;
+    }
+
+    SnippetUpdateArgs rename;
+    rename.ref = made.id;
+    rename.title = "Renamed";
+    ok<SnippetDTO>(N::snippetUpdate, rename);
+    auto row = context().db().prepare("SELECT content, title FROM Snippet");
+    ASSERT_TRUE(row.step());
+    EXPECT_EQ(row.text(0), foreign);
 }
 
 } // namespace

@@ -168,6 +168,12 @@ TEST(CommandLine, EveryCommandBuildsItsArgumentRecord) {
         {{"config", "unset", "maxUnpinnedHistory"},
          "config.unset",
          R"({"key":"maxUnpinnedHistory"})"},
+        {{"data", "import", "backup.json"},
+         "data.import",
+         R"({"document":"","merge":true,"replace":false,"dryRun":false,"applySettings":false})"},
+        {{"data", "import", "backup.json", "--replace", "--apply-settings"},
+         "data.import",
+         R"({"document":"","merge":false,"replace":true,"dryRun":false,"applySettings":true})"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.command + " " + c.args);

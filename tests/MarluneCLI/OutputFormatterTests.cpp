@@ -1,5 +1,6 @@
 #include "MarluneCLI/OutputFormatter.h"
 #include "MarluneCLIProtocol/CLIArgs.h"
+#include "MarluneCLIProtocol/DataRecords.h"
 #include "MarluneCLIProtocol/LibraryRecords.h"
 #include "MarluneCLIProtocol/Paging.h"
 #include "MarluneCLIProtocol/SnippetRecords.h"
@@ -210,6 +211,32 @@ TEST(OutputFormatter, SettingsAndDeletionsReadAsSentences) {
     DeleteResultDTO one{1, false, {}};
     EXPECT_EQ(OutputFormatter::format("profile.unset", successResponse(one), {}).out,
               "Deleted 1 profile variable.\n");
+}
+
+TEST(OutputFormatter, ImportsNameTheSettingsLeftAloneAndCountTheClips) {
+    DataImportResultDTO unasked;
+    unasked.unappliedSettingKeys = {"skipLikelySecrets", "cliRequireBundledTool"};
+    EXPECT_NE(OutputFormatter::format("data.import", successResponse(unasked), {})
+                  .out.find("Left your settings as they are; the file also carries "
+                            "skipLikelySecrets, cliRequireBundledTool. Pass --apply-settings to "
+                            "apply them too.\n"),
+              std::string::npos);
+    DataImportResultDTO asked;
+    asked.settingsApplied = 1;
+    asked.appliedSettingKeys = {"keywordPrefix"};
+    asked.dryRun = true;
+    const auto dry = OutputFormatter::format("data.import", successResponse(asked), {}).out;
+    EXPECT_NE(dry.find("Would apply the file's settings: keywordPrefix.\n"), std::string::npos);
+    EXPECT_EQ(dry.find("--apply-settings"), std::string::npos) << dry;
+
+    DataImportResultDTO clips;
+    clips.clips = 2;
+    EXPECT_EQ(OutputFormatter::format("clip.import", successResponse(clips), {}).out,
+              "Imported 2 clips into the history.\n");
+    clips.dryRun = true;
+    clips.clips = 1;
+    EXPECT_EQ(OutputFormatter::format("clip.import", successResponse(clips), {}).out,
+              "Would import 1 clip; nothing was changed (dry run).\n");
 }
 
 } // namespace

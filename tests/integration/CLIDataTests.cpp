@@ -209,5 +209,36 @@ TEST_F(CLIData, ClipsImportFromAFileAndTheirOwnListingComesBackAsTheSameClips) {
     EXPECT_NE(refused.err.find("is not a list of clips."), std::string::npos) << refused.err;
 }
 
+TEST_F(CLIData, ImportsKeepProtectionsAndSizeLimitsThatEveryOtherPathKeeps) {
+    // A shared backup that would turn secret skipping off is applied only when asked.
+    ok({"config", "set", "skipLikelySecrets", "false"});
+    const auto backup = write("backup.json", ok({"data", "export", "--settings"}).out);
+    ok({"config", "set", "skipLikelySecrets", "true"});
+    const auto unasked = ok({"data", "import", backup.string()});
+    EXPECT_NE(unasked.out.find("Pass --apply-settings to apply them too."), std::string::npos)
+        << unasked.out;
+    EXPECT_EQ(json({"config", "get", "skipLikelySecrets"})["value"], true);
+
+    const auto clips = write("clips.json", R"([
+        {"primaryKind": "text", "representations": [{"utType": "public.utf8-plain-text",
+            "text": "aws_secret_access_key = wJalrXUtnFEMI/K7MDENG/bPxRfiCYEXAMPLEKEYab"}]},
+        {"primaryKind": "text", "representations": [{"utType": "public.utf8-plain-text",
+            "text": "Order 90210 ships in 2024"}]}
+    ])");
+    const auto imported = ok({"clip", "import", clips.string()});
+    EXPECT_EQ(imported.out, "Imported 1 clip into the history.\n");
+    EXPECT_EQ(imported.err, "marlune: warning: Skipped 1 likely secret: 1 API key.\n");
+
+    ok({"data", "import", backup.string(), "--apply-settings"});
+    EXPECT_EQ(json({"config", "get", "skipLikelySecrets"})["value"], false);
+
+    // Through the real socket: the body fits in a frame, and the application refuses it.
+    const auto body = write("body.txt", std::string(11'000'000, 'x'));
+    const auto huge = tool({"snippet", "create", "Huge", "--content-file", body.string()});
+    EXPECT_EQ(huge.exitStatus, 6) << huge.err;
+    EXPECT_EQ(huge.err.substr(0, huge.err.find("hint:")),
+              "marlune: The snippet body is 11.0 MB, over the 1 MiB limit for a snippet body.\n");
+}
+
 } // namespace
 } // namespace marlune
