@@ -130,8 +130,11 @@ void refuseBy(const std::optional<std::string>& by) {
 ClipDTO getClip(const GetArgs& args, CLICall& call) {
     refuseBy(args.by);
     auto& context = call.context();
-    return ClipMapper(context).map(resolveClip(context, args.ref),
-                                   args.raw ? ClipDetail::raw : ClipDetail::full);
+    const auto clip = resolveClip(context, args.ref);
+    if (args.representation) {
+        return ClipMapper(context).piece(clip, *args.representation, args.byteOffset.value_or(0));
+    }
+    return ClipMapper(context).map(clip, args.raw ? ClipDetail::raw : ClipDetail::full);
 }
 
 Page<ClipDTO> searchClips(const SearchArgs& args, CLICall& call) {

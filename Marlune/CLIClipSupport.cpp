@@ -22,6 +22,13 @@ namespace {
 // Long enough to tell a flavour apart in a listing, short enough for a terminal line.
 constexpr std::size_t textPreviewCharacters = 200;
 
+// The plain size of a stored byte field: a sealed box carries "MRk1", a 12-byte nonce and a
+// 16-byte tag around the content.
+constexpr std::string_view plainLength =
+    "CASE WHEN substr(bytes, 1, 4) = X'4D526B31' THEN length(bytes) - 32 ELSE length(bytes) END";
+
+} // namespace
+
 std::string utf8Prefix(const std::string& text, std::size_t characters) {
     std::size_t i = 0;
     std::size_t count = 0;
@@ -32,13 +39,6 @@ std::string utf8Prefix(const std::string& text, std::size_t characters) {
     }
     return text.substr(0, std::min(i, text.size()));
 }
-
-// The plain size of a stored byte field: a sealed box carries "MRk1", a 12-byte nonce and a
-// 16-byte tag around the content.
-constexpr std::string_view plainLength =
-    "CASE WHEN substr(bytes, 1, 4) = X'4D526B31' THEN length(bytes) - 32 ELSE length(bytes) END";
-
-} // namespace
 
 ClipStore clipStore(CLICall& call) {
     return ClipStore(call.context(), ClipStoreSettings::read(call.settings()));
@@ -111,6 +111,38 @@ PinboardDTO pinboardDTO(ModelContext& context, const Pinboard& pinboard) {
     return dto;
 }
 
+ClipDTO ClipMapper::piece(const Clip& clip, std::int64_t index, std::int64_t offset) {
+    auto dto = map(clip, ClipDetail::listing);
+    const auto reps = ClipStore(context_, ClipStoreSettings{}).representations(clip.id);
+    if (index < 0 || index >= static_cast<std::int64_t>(reps.size())) {
+        throw CLIError(CLIErrorCode::notFound,
+                       "The clip has " + std::to_string(reps.size()) + " flavours; there is no " +
+                           "flavour " + std::to_string(index) + ".",
+                       "Count from 0, in the order `marlune clip get` lists them.");
+    }
+    const auto& rep = reps[static_cast<std::size_t>(index)];
+    std::string_view bytes;
+    if (rep.text) {
+        bytes = *rep.text;
+    } else if (rep.textBlob) {
+        bytes = {reinterpret_cast<const char*>(rep.textBlob->data()), rep.textBlob->size()};
+    } else if (rep.data) {
+        bytes = {reinterpret_cast<const char*>(rep.data->data()), rep.data->size()};
+    }
+    const auto size = static_cast<std::int64_t>(bytes.size());
+    if (offset < 0 || offset > size) {
+        throw CLIError(CLIErrorCode::validation, "The flavour has " + std::to_string(size) +
+                                                     " bytes; a piece cannot " + "start at byte " +
+                                                     std::to_string(offset) + ".");
+    }
+    RepresentationDTO r = dto.representations.at(static_cast<std::size_t>(index));
+    r.byteSize = size;
+    r.dataBase64 = CLIBase64::encode(
+        bytes.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(clipPieceBytes)));
+    dto.representations = {std::move(r)};
+    return dto;
+}
+
 ClipDTO ClipMapper::map(const Clip& clip, ClipDetail detail) {
     auto& db = context_.db();
     const auto& crypto = context_.crypto();
@@ -157,6 +189,9 @@ ClipDTO ClipMapper::map(const Clip& clip, ClipDetail detail) {
         reps.reset();
     } else {
         const auto reps = ClipStore(context_, ClipStoreSettings{}).representations(clip.id);
+        // Flavours beyond what one reply can carry are left out whole (their size still said);
+        // the tool fetches them in pieces.
+        std::int64_t inlineLeft = clipInlineBytes;
         for (const auto& rep : reps) {
             RepresentationDTO r;
             r.utType = rep.utTypeIdentifier;
@@ -166,19 +201,28 @@ ClipDTO ClipMapper::map(const Clip& clip, ClipDetail detail) {
             }
             r.hasText = text.has_value();
             if (text) {
+                const auto size = static_cast<std::int64_t>(text->size());
                 r.textPreview = utf8Prefix(*text, textPreviewCharacters);
-                r.byteSize = static_cast<std::int64_t>(text->size());
-                r.text = *text;
+                r.byteSize = size;
+                if (size <= inlineLeft) {
+                    r.text = *text;
+                    inlineLeft -= size;
+                }
             } else if (rep.data) {
-                r.byteSize = static_cast<std::int64_t>(rep.data->size());
-                if (detail == ClipDetail::raw) {
+                const auto size = static_cast<std::int64_t>(rep.data->size());
+                r.byteSize = size;
+                if (detail == ClipDetail::raw && size <= inlineLeft) {
                     r.dataBase64 = CLIBase64::encode(std::string_view(
                         reinterpret_cast<const char*>(rep.data->data()), rep.data->size()));
+                    inlineLeft -= size;
                 }
             }
             dto.representations.push_back(std::move(r));
         }
         dto.bestText = ClipPasteboard::bestText(reps);
+        if (dto.bestText && static_cast<std::int64_t>(dto.bestText->size()) > clipInlineBytes) {
+            dto.bestText.reset();
+        }
     }
 
     auto& pinboards = db.cached(

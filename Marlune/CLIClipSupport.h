@@ -22,6 +22,9 @@ namespace CLIClipSupport {
 
 ClipStore clipStore(CLICall& call);
 
+// The first `characters` code points of a UTF-8 text, never cut inside one.
+std::string utf8Prefix(const std::string& text, std::size_t characters);
+
 // A clip named by its id, or by the start of it as listings show it; live clips, or clips in
 // the Trash with `trashed`.
 Clip resolveClip(ModelContext& context, std::string_view ref, bool trashed = false);
@@ -44,6 +47,9 @@ class ClipMapper {
 public:
     explicit ClipMapper(ModelContext& context) : context_(context) {}
     ClipDTO map(const Clip& clip, ClipDetail detail);
+    // The clip as a listing shows it, with only the flavour at `index`, carrying the bytes
+    // (a text's UTF-8) from `offset`, at most `clipPieceBytes` of them, as Base64.
+    ClipDTO piece(const Clip& clip, std::int64_t index, std::int64_t offset);
 
 private:
     ModelContext& context_;

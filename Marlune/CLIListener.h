@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MarluneCLIProtocol/CLIArgs.h"
+#include "MarluneCLIProtocol/Paging.h"
 #include "MarluneCore/Date.h"
 #include "MarluneCore/MarluneStore.h"
 #include "MarluneCore/Settings.h"
@@ -55,6 +56,7 @@ public:
 
     const CLIRequest& request() const { return request_; }
     CLIEnvironment& environment() { return environment_; }
+
     ModelContext& context() { return environment_.container->mainContext(); }
     Settings& settings() { return *environment_.settings; }
     Date now() const { return environment_.now(); }
@@ -72,7 +74,8 @@ private:
 
 // The application side of the command line: the registry of command handlers, the dispatch
 // that routes a request to one, and the socket server that brings requests in. Handlers run
-// on the main thread; the server's own thread hands each request over and waits.
+// on the main thread, one at a time; the thread serving each connection hands its request
+// over and waits.
 class CLIListener {
 public:
     using Handler = std::function<CLIResponse(const CLIRequest&)>;
@@ -98,6 +101,11 @@ public:
     void add(std::string name, Handler handler);
     bool has(std::string_view name) const;
 
+    // How much of a reply a page of list items may fill (as `replyBytes` counts): the frame's
+    // 16 MiB less room for the response around it and its warnings. A longer list ends early
+    // with a next offset.
+    static constexpr std::size_t listReplyBudget = std::size_t{12} << 20;
+
     // Registers a handler whose body takes the decoded argument record and returns the result
     // record: `Result body(const Args&, CLICall&)`. Undecodable arguments are answered with
     // E_USAGE before the body runs.
@@ -109,6 +117,9 @@ public:
             }
             CLICall call(request, environment_);
             auto result = body(std::get<Args>(decoded), call);
+            if constexpr (IsPage<decltype(result)>::value) {
+                result.fitToReply(listReplyBudget);
+            }
             return successResponse(result, call.takeWarnings());
         });
     }

@@ -34,7 +34,9 @@ using BuildResult = std::variant<CLIRequest, CLIErrorPayload>;
 // "clip.import" as the grammar sends it; the runner adds the clips read from the file.
 struct ClipImportToolArgs {
     bool dryRun = false;
-    static constexpr auto fields() { return std::tuple{cliField("dryRun", &ClipImportToolArgs::dryRun)}; }
+    static constexpr auto fields() {
+        return std::tuple{cliField("dryRun", &ClipImportToolArgs::dryRun)};
+    }
 };
 
 CLIErrorPayload usageError(std::string message, std::optional<std::string> hint = std::nullopt) {
@@ -275,7 +277,8 @@ private:
 
     void addClips() {
         auto* clips = noun("clip", "Clipboard history: list, show, search, copy and paste clips");
-        const std::vector<std::string> kinds = {"text", "richText", "url", "image", "file", "color"};
+        const std::vector<std::string> kinds = {"text",  "richText", "url",
+                                                "image", "file",     "color"};
         {
             auto* command = clips->add_subcommand(
                 "import", "Import clips from a JSON file: a list of clips as `clip get --json` "
@@ -318,7 +321,23 @@ private:
             auto args = std::make_shared<GetArgs>();
             clipRef(command, args->ref);
             command->add_flag("--raw", args->raw, "Include the bytes of images and files (Base64)");
-            leaf(command, CLICommandName::clipGet, args);
+            auto output = std::make_shared<std::string>();
+            auto type = std::make_shared<std::string>();
+            auto* outputOption = command->add_option(
+                "-o,--output", *output,
+                "Write the bytes of one flavour to this file ('-' for standard output)");
+            command
+                ->add_option("--type", *type,
+                             "The flavour to write, by type (default: the first flavour)")
+                ->needs(outputOption);
+            leaf<GetArgs>(command, CLICommandName::clipGet, args,
+                          [this, output, type](GetArgs&) -> std::optional<CLIErrorPayload> {
+                              if (!output->empty()) {
+                                  flavourOutput_ = *output;
+                                  flavourType_ = *type;
+                              }
+                              return std::nullopt;
+                          });
         }
         {
             auto* command = clips->add_subcommand("search", "Search the clipboard history");
@@ -344,7 +363,8 @@ private:
             leaf(command, CLICommandName::clipCopy, args);
         }
         {
-            auto* command = clips->add_subcommand("paste", "Paste a clip into the frontmost application");
+            auto* command =
+                clips->add_subcommand("paste", "Paste a clip into the frontmost application");
             auto args = std::make_shared<ClipCopyArgs>();
             copyOptions(command, args);
             optional(command, "--into", args, &ClipCopyArgs::into,
@@ -375,7 +395,8 @@ private:
             auto* command = clips->add_subcommand("delete", "Move a clip to the Trash");
             auto args = std::make_shared<RefArgs>();
             clipRef(command, args->ref);
-            command->add_flag("--dry-run", args->dryRun, "Show what would be deleted, change nothing");
+            command->add_flag("--dry-run", args->dryRun,
+                              "Show what would be deleted, change nothing");
             command->add_flag_function(
                 "--now", [args](std::int64_t) { args->now = true; },
                 "Delete at once instead of moving to the Trash");
@@ -389,7 +410,8 @@ private:
                      "What to type to expand it");
             optional(command, "--title", args, &ClipPromoteArgs::title,
                      "The snippet's title (default: the clip's first line)");
-            optional(command, "-g,--group", args, &ClipPromoteArgs::groupRef, "Put it in this group");
+            optional(command, "-g,--group", args, &ClipPromoteArgs::groupRef,
+                     "Put it in this group");
             leaf(command, CLICommandName::clipPromote, args);
         }
         {
@@ -401,7 +423,8 @@ private:
                 ->check(CLI::NonNegativeNumber);
             optional(command, "--older-than", args, &ClipPurgeArgs::olderThan,
                      "Delete clips last copied before this: an age (+7d, 36h, 2w) or a date");
-            command->add_flag("--dry-run", args->dryRun, "Show what would be deleted, change nothing");
+            command->add_flag("--dry-run", args->dryRun,
+                              "Show what would be deleted, change nothing");
             const std::string path = pathOf(command);
             leaf<ClipPurgeArgs>(command, CLICommandName::clipPurge, args,
                                 [path](ClipPurgeArgs& a) -> std::optional<CLIErrorPayload> {
@@ -798,7 +821,8 @@ private:
                 "delete", "Delete a pinboard (its clips stay in the history)");
             auto args = std::make_shared<RefArgs>();
             ref(command, args, "pinboard");
-            command->add_flag("--dry-run", args->dryRun, "Show what would be deleted, change nothing");
+            command->add_flag("--dry-run", args->dryRun,
+                              "Show what would be deleted, change nothing");
             leaf(command, CLICommandName::pinboardDelete, args);
         }
         for (const auto& [verb, name, description] :
@@ -833,22 +857,27 @@ private:
             leaf(command, CLICommandName::trashRestore, args);
         }
         {
-            auto* command = trash->add_subcommand("empty", "Delete everything in the Trash for good");
+            auto* command =
+                trash->add_subcommand("empty", "Delete everything in the Trash for good");
             auto args = std::make_shared<TrashEmptyArgs>();
-            command->add_flag("--dry-run", args->dryRun, "Show what would be deleted, change nothing");
+            command->add_flag("--dry-run", args->dryRun,
+                              "Show what would be deleted, change nothing");
             leaf(command, CLICommandName::trashEmpty, args);
         }
     }
 
     void addRules() {
-        auto* rules = noun("rule", "Capture rules: applications whose copies stay out of the history");
+        auto* rules =
+            noun("rule", "Capture rules: applications whose copies stay out of the history");
         leaf(rules->add_subcommand("list", "List the capture rules"), CLICommandName::ruleList,
              std::make_shared<EmptyArgs>());
         {
-            auto* command = rules->add_subcommand("add", "Keep an application's copies out of the history");
+            auto* command =
+                rules->add_subcommand("add", "Keep an application's copies out of the history");
             auto args = std::make_shared<CaptureRuleWriteArgs>();
             args->enabled = true;
-            command->add_option("app", args->bundleID, "The application's window class")->required();
+            command->add_option("app", args->bundleID, "The application's window class")
+                ->required();
             optional(command, "--name", args, &CaptureRuleWriteArgs::appName,
                      "The application's name, for display");
             command->add_flag_function(
@@ -859,18 +888,24 @@ private:
         {
             auto* command = rules->add_subcommand("remove", "Remove a capture rule");
             auto args = std::make_shared<CaptureRuleWriteArgs>();
-            command->add_option("app", args->bundleID, "The application's window class, or the rule's id")
+            command
+                ->add_option("app", args->bundleID,
+                             "The application's window class, or the rule's id")
                 ->required();
             leaf(command, CLICommandName::ruleRemove, args);
         }
     }
 
     void addStack() {
-        auto* stack = noun("stack", "The Paste Stack: items pasted one after another, oldest first");
+        auto* stack =
+            noun("stack", "The Paste Stack: items pasted one after another, oldest first");
         {
-            auto* command = stack->add_subcommand("push", "Queue clips (or snippets with --snippet)");
+            auto* command =
+                stack->add_subcommand("push", "Queue clips (or snippets with --snippet)");
             auto args = std::make_shared<StackPushArgs>();
-            command->add_option("refs", args->refs, "Clip ids or their starts; snippets by keyword or title")
+            command
+                ->add_option("refs", args->refs,
+                             "Clip ids or their starts; snippets by keyword or title")
                 ->required();
             command->add_flag("--snippet", args->snippet, "The refs name snippets");
             choice(command, "--by", args, &StackPushArgs::by, {"keyword", "title", "id"},
@@ -900,8 +935,8 @@ private:
 
     void addSync() {
         auto* sync = noun("sync", "Sync across devices (not available in this release)");
-        leaf(sync->add_subcommand("status", "Whether the library syncs"), CLICommandName::syncStatus,
-             std::make_shared<EmptyArgs>());
+        leaf(sync->add_subcommand("status", "Whether the library syncs"),
+             CLICommandName::syncStatus, std::make_shared<EmptyArgs>());
         leaf(sync->add_subcommand("doctor", "A report on sync and the store"),
              CLICommandName::syncDoctor, std::make_shared<EmptyArgs>());
     }
@@ -918,6 +953,10 @@ private:
         }
     }
     // --- cli2 builders end
+
+    // "clip get --output": the runner fetches the flavour and writes it there.
+    std::optional<std::string> flavourOutput_;
+    std::optional<std::string> flavourType_;
 
     // --- data builders begin
     // The file a data import reads and the format it is in; the runner reads and converts it.
@@ -947,25 +986,29 @@ private:
             auto format = std::make_shared<std::string>();
             command->add_option("file", *file, "The file to import ('-' for standard input)")
                 ->required();
-            command->add_flag("--replace", args->replace,
-                              "Make the file the whole snippet library (the rest goes to the Trash)");
+            command->add_flag(
+                "--replace", args->replace,
+                "Make the file the whole snippet library (the rest goes to the Trash)");
             command->add_flag("--dry-run", args->dryRun, "Show what would change, change nothing");
+            command->add_flag("--apply-settings", args->applySettings,
+                              "Also apply the settings a Marlune export carries (left alone "
+                              "otherwise)");
             auto* formatOption = command->add_option(
                 "--format", *format, "The file's format, when its name doesn't tell");
             const std::vector<std::string> formats = {"espanso", "textexpander", "raycast",
                                                       "alfred", "marlune"};
             formatOption->check(CLI::IsMember(formats));
             choices_[formatOption] = formats;
-            leaf<DataImportArgs>(command, CLICommandName::dataImport, args,
-                                 [this, file, format](DataImportArgs& a)
-                                     -> std::optional<CLIErrorPayload> {
-                                     a.merge = !a.replace;
-                                     importFile_ = *file;
-                                     if (!format->empty()) {
-                                         importFormat_ = *format;
-                                     }
-                                     return std::nullopt;
-                                 });
+            leaf<DataImportArgs>(
+                command, CLICommandName::dataImport, args,
+                [this, file, format](DataImportArgs& a) -> std::optional<CLIErrorPayload> {
+                    a.merge = !a.replace;
+                    importFile_ = *file;
+                    if (!format->empty()) {
+                        importFormat_ = *format;
+                    }
+                    return std::nullopt;
+                });
         }
     }
     // --- data builders end
@@ -1068,7 +1111,8 @@ private:
             leaf(command, CLICommandName::boardNext, args);
         }
         {
-            auto* command = board->add_subcommand("copy", "Copy items (default: the active section)");
+            auto* command =
+                board->add_subcommand("copy", "Copy items (default: the active section)");
             auto args = std::make_shared<BoardCopyArgs>();
             command->add_option("ids", args->ids, "Items: ids or text");
             command->add_flag("--list", args->list, "As a list, done items marked");
@@ -1161,8 +1205,7 @@ private:
             leaf(command, CLICommandName::boardSearch, args);
         }
         {
-            auto* command =
-                board->add_subcommand("export", "Write sections as Markdown files");
+            auto* command = board->add_subcommand("export", "Write sections as Markdown files");
             auto args = std::make_shared<BoardExportArgs>();
             auto* section = optional(command, "-s,--section", args, &BoardExportArgs::section,
                                      "This section (default: the active one)");
@@ -1286,6 +1329,10 @@ Grammar::Outcome Grammar::run(const std::vector<std::string>& arguments) {
         invocation.clipsFile = clipsFile_;
         invocation.importFile = importFile_;
         invocation.importFormat = importFormat_;
+        invocation.flavourOutput = flavourOutput_;
+        if (flavourOutput_ && !flavourType_->empty()) {
+            invocation.flavourType = flavourType_;
+        }
         return invocation;
     }
     // A noun without a verb.
@@ -1333,9 +1380,8 @@ CommandLine::Outcome CommandLine::parse(const std::vector<std::string>& argument
     // The noun is the first argument when it names one; anything else (global options first,
     // a typo, help) gets the whole grammar so help and messages stay complete.
     static constexpr std::string_view nouns[] = {
-        "ping",  "snippet", "group", "tag",  "profile", "config", "clip",
-        "pinboard", "trash", "rule", "stack", "stats",  "sync",   "app",
-        "data",  "board"};
+        "ping",  "snippet", "group", "tag",   "profile", "config", "clip", "pinboard",
+        "trash", "rule",    "stack", "stats", "sync",    "app",    "data", "board"};
     std::string_view only;
     if (!arguments.empty()) {
         for (const auto noun : nouns) {

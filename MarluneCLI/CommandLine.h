@@ -26,6 +26,10 @@ struct CLIInvocation {
     // (detected when absent) into the document the request carries.
     std::optional<std::string> importFile;
     std::optional<std::string> importFormat;
+    // "clip get --output": where the bytes of one flavour go ("-" is standard output), and
+    // which flavour (by type; the first when absent).
+    std::optional<std::string> flavourOutput;
+    std::optional<std::string> flavourType;
 
     friend bool operator==(const CLIInvocation&, const CLIInvocation&) = default;
 };

@@ -12,6 +12,12 @@
 
 namespace marlune {
 
+// A reply carries its result as Base64 of the result's JSON, where bytes are Base64 again: a
+// byte of a flavour costs 16/9 bytes of the 16 MiB frame. A clip's reply carries its flavours
+// whole up to `clipInlineBytes` in all; a larger flavour travels in pieces of `clipPieceBytes`.
+inline constexpr std::int64_t clipInlineBytes = std::int64_t{4} << 20;
+inline constexpr std::int64_t clipPieceBytes = std::int64_t{6} << 20;
+
 // Clips, the paste stack and the Trash.
 
 struct SourceAppDTO {

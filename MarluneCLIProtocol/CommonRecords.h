@@ -64,10 +64,16 @@ struct GetArgs {
     std::string ref;
     std::optional<std::string> by;
     bool raw = false;
+    // A piece of one clip flavour: the flavour's index in the clip and the first byte wanted.
+    // Flavours too large for one reply are fetched this way, `clipPieceBytes` at a time.
+    std::optional<std::int64_t> representation = std::nullopt;
+    std::optional<std::int64_t> byteOffset = std::nullopt;
 
     static constexpr auto fields() {
         return std::tuple{cliField("ref", &GetArgs::ref), cliField("by", &GetArgs::by),
-                          cliField("raw", &GetArgs::raw)};
+                          cliField("raw", &GetArgs::raw),
+                          cliField("representation", &GetArgs::representation),
+                          cliField("byteOffset", &GetArgs::byteOffset)};
     }
     friend bool operator==(const GetArgs&, const GetArgs&) = default;
 };

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace marlune {
@@ -30,6 +31,16 @@ struct PageInfo {
     friend bool operator==(const PageInfo&, const PageInfo&) = default;
 };
 
+// The bytes a record takes in a reply, which carries the result's JSON text in Base64.
+template <class Item> std::size_t replyBytes(const Item& item) {
+    return (encodeWireText(item).size() + 2) / 3 * 4;
+}
+
+template <class Item> struct Page;
+
+template <class T> struct IsPage : std::false_type {};
+template <class Item> struct IsPage<Page<Item>> : std::true_type {};
+
 // One page of a list command's results.
 template <class Item> struct Page {
     std::vector<Item> items;
@@ -46,6 +57,22 @@ template <class Item> struct Page {
         result.items.assign(std::make_move_iterator(all.begin() + begin),
                             std::make_move_iterator(all.begin() + begin + count));
         return result;
+    }
+
+    // Ends the page early when its items would not fit in `budget` bytes of a reply, so that no
+    // library, however large its records, makes a list that cannot be sent; `nextOffset` then
+    // points at the first item left out. The first item is always kept: a single record that
+    // cannot be sent is refused by the server with its own message.
+    void fitToReply(std::size_t budget) {
+        std::size_t used = 0;
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            used += replyBytes(items[i]);
+            if (i > 0 && used > budget) {
+                items.resize(i);
+                page.nextOffset = page.offset + static_cast<std::int64_t>(i);
+                return;
+            }
+        }
     }
 
     static constexpr auto fields() {
