@@ -87,7 +87,7 @@ def main():
             record(f"after importing {imported:,} clips")
         import_seconds = time.monotonic() - started
         for i in range(500):
-            created = json.loads(run("--json", "snippet", "create", "--title", f"note {i}",
+            created = json.loads(run("--json", "snippet", "create", f"note {i}",
                                      "--content", f"Body of note {i}").stdout)
             run("snippet", "update", created["id"], "--title", f"renamed note {i}")
         record("after 1,000 undoable changes")
