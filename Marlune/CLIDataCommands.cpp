@@ -148,9 +148,13 @@ std::variant<CapturedClip, std::string> capturedClip(const ClipDTO& dto, std::si
         throw CLIError(CLIErrorCode::validation, name + " has no content to import.",
                        "Give each clip a representation with text or dataBase64.");
     }
-    if (clip.previewText.empty() && clip.representations.front().text) {
+    // The preview is the content's own, as for a copy: a preview written into the file could
+    // carry what the content's checks would refuse.
+    if (clip.representations.front().text) {
         clip.previewText =
             CLIClipSupport::utf8Prefix(*clip.representations.front().text, importPreviewCharacters);
+    } else {
+        clip.previewText = CLIClipSupport::utf8Prefix(clip.previewText, importPreviewCharacters);
     }
     return clip;
 }

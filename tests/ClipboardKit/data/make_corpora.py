@@ -152,7 +152,7 @@ def secrets():
             grouped = f"{number[:4]} {number[4:10]} {number[10:]}"
             out.append({"kind": "cardNumber", "rule": "card", "text": grouped})
 
-    for code in ("482913", "004213", "90210573", "123 456", "4821-9034", "  771204\n", "1234 567"):
+    for code in ("482913", "004213", "90210573", "123 456", "4821-9034", "  771204\n", "1234 5678"):
         out.append({"kind": "oneTimeCode", "rule": "otp", "text": code})
     return out
 
