@@ -184,15 +184,16 @@ void CLISocketServer::stop() {
     if (acceptor_.joinable()) {
         acceptor_.join();
     }
-    // No connection is added any more. Shutting each one down wakes its thread out of any wait
-    // on the client; the descriptor itself is closed by that thread, so it cannot be reused
-    // under us.
+    // No connection is added any more. Shutting each one's reading side wakes its thread out
+    // of a wait for the request; an answer already on its way (the one to "app.quit" among
+    // them) is still written, within its own deadline. The descriptor itself is closed by that
+    // thread, so it cannot be reused under us.
     std::list<Connection> ending;
     {
         const std::lock_guard lock(mutex_);
         for (const auto& connection : connections_) {
             if (connection.fd >= 0) {
-                ::shutdown(connection.fd, SHUT_RDWR);
+                ::shutdown(connection.fd, SHUT_RD);
             }
         }
         ending.splice(ending.end(), connections_);
@@ -289,6 +290,10 @@ void CLISocketServer::serve(int fd) {
                           "; cut the client off.");
     }
     auto outcome = CLIRequestGate::admitRead(frame, token_);
+    if (std::holds_alternative<CLIResponse>(outcome) && stopping_) {
+        // Cut off by the stop, not by the client: nothing was asked, so nothing is answered.
+        return;
+    }
     if (auto* refusal = std::get_if<CLIResponse>(&outcome)) {
         if (refusal->error && refusal->error->code == CLIErrorCode::unauthorized) {
             logs::app.warning("CLI: rejected connection with an invalid token.");
