@@ -2,7 +2,10 @@
 
 #include "ClipboardKit/PasteboardClassifier.h"
 #include "MarluneCore/Log.h"
+#include "Platform/SelectionCapture.h"
+#include "Platform/SelectionCaptureWorker.h"
 #include "Platform/X11Connection.h"
+#include "Platform/X11SelectionReader.h"
 
 #include <QAbstractNativeEventFilter>
 #include <QClipboard>
@@ -35,65 +38,18 @@ using Clock = std::chrono::steady_clock;
 // A read that overlaps a change of owner mixes two owners' types; it is read again, but not
 // forever if the clipboard keeps changing.
 constexpr int maxReadAttempts = 3;
-// An owner's target list: thousands of types is not a clipboard any application offers.
-constexpr std::size_t targetListLimit = std::size_t{64} << 10;
 
 struct FreeDeleter {
     void operator()(void* pointer) const { std::free(pointer); }
 };
 template <typename T> using Reply = std::unique_ptr<T, FreeDeleter>;
 
-std::string lowercase(std::string_view text) {
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return out;
-}
-
 QByteArray toQBytes(const std::vector<std::uint8_t>& data) {
     return {reinterpret_cast<const char*>(data.data()), static_cast<qsizetype>(data.size())};
 }
 
-// Targets that describe or act on the selection instead of holding content (asking for
-// DELETE or INSERT_SELECTION would make the owner do something), and Qt's in-process names.
-bool isProtocolTarget(std::string_view name) {
-    static constexpr std::string_view protocol[] = {
-        "TARGETS", "TIMESTAMP",        "MULTIPLE",        "SAVE_TARGETS",
-        "DELETE",  "INSERT_SELECTION", "INSERT_PROPERTY", "INCR",
-    };
-    return std::find(std::begin(protocol), std::end(protocol), name) != std::end(protocol) ||
-           name.starts_with("application/x-qt-");
-}
-
-// ICCCM's STRING, and text labelled Latin-1.
-bool isLatin1Text(std::string_view type) {
-    const std::string lower = lowercase(type);
-    return type == "STRING" || lower.find("charset=iso-8859-1") != std::string::npos ||
-           lower.find("charset=latin1") != std::string::npos;
-}
-
-// Where a plain-text flavour stands as the source of the text offered under every text
-// target (lower first): an explicit UTF-8 label, the X11 UTF-8 target, text/plain (UTF-8 on
-// this desktop), any other UTF-8 flavour, then Latin-1 ones; nothing for other types.
-std::optional<int> textRank(std::string_view type) {
-    const std::string lower = lowercase(type);
-    if (lower == "text/plain;charset=utf-8") {
-        return 0;
-    }
-    if (type == "UTF8_STRING") {
-        return 1;
-    }
-    if (lower == "text/plain") {
-        return 2;
-    }
-    if (PasteboardClassifier::uniformType(type, {}) != PasteboardClassifier::plainTextType) {
-        return std::nullopt;
-    }
-    return isLatin1Text(type) ? 4 : 3;
-}
-
 QByteArray asUtf8(const QByteArray& bytes, std::string_view type) {
-    return isLatin1Text(type) ? QString::fromLatin1(bytes).toUtf8() : bytes;
+    return isLatin1TextTarget(type) ? QString::fromLatin1(bytes).toUtf8() : bytes;
 }
 
 // Our clipboard contents. The xcb platform asks the data for a type when a client requests
@@ -215,237 +171,6 @@ QNativeInterface::QX11Application* x11Application() {
 
 } // namespace
 
-// One selection transfer at a time (ICCCM 2.4 and 2.7.2, with INCR), blocking, each step
-// bounded in time and every payload bounded in size before it is fetched.
-class X11SelectionReader {
-public:
-    struct Transfer {
-        enum class Outcome { data, refused, tooLarge, timedOut, broken };
-        Outcome outcome = Outcome::data;
-        std::vector<std::uint8_t> bytes;
-    };
-    struct Target {
-        xcb_atom_t atom;
-        std::string name;
-    };
-
-    explicit X11SelectionReader(X11Connection connection)
-        : connection_(std::move(connection)), property_(atom("MARLUNE_SELECTION")),
-          incr_(atom("INCR")), targets_(atom("TARGETS")) {}
-    ~X11SelectionReader() = default;
-    X11SelectionReader(const X11SelectionReader&) = delete;
-    X11SelectionReader& operator=(const X11SelectionReader&) = delete;
-
-    bool broken() const { return connection_.broken(); }
-    xcb_atom_t atom(std::string_view name) const { return connection_.atom(name); }
-
-    xcb_window_t owner(xcb_atom_t selection) const {
-        xcb_connection_t* c = connection_.get();
-        const Reply<xcb_get_selection_owner_reply_t> reply(
-            xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, selection), nullptr));
-        return reply ? reply->owner : XCB_NONE;
-    }
-
-    // The owner's content targets in its order, without protocol targets, or why not.
-    std::variant<std::vector<Target>, Transfer::Outcome> targets(xcb_atom_t selection,
-                                                                 Clock::time_point deadline) {
-        const Transfer listed = fetch(selection, targets_, targetListLimit, deadline);
-        if (listed.outcome != Transfer::Outcome::data) {
-            return listed.outcome;
-        }
-        std::vector<xcb_atom_t> atoms;
-        for (std::size_t at = 0; at + 4 <= listed.bytes.size(); at += 4) {
-            xcb_atom_t value = 0;
-            std::memcpy(&value, listed.bytes.data() + at, 4);
-            if (value != XCB_ATOM_NONE &&
-                std::find(atoms.begin(), atoms.end(), value) == atoms.end()) {
-                atoms.push_back(value);
-            }
-        }
-        xcb_connection_t* c = connection_.get();
-        std::vector<xcb_get_atom_name_cookie_t> cookies;
-        cookies.reserve(atoms.size());
-        for (const xcb_atom_t a : atoms) {
-            cookies.push_back(xcb_get_atom_name(c, a));
-        }
-        std::vector<Target> result;
-        for (std::size_t i = 0; i < atoms.size(); ++i) {
-            const Reply<xcb_get_atom_name_reply_t> name(
-                xcb_get_atom_name_reply(c, cookies[i], nullptr));
-            if (name == nullptr) {
-                continue;
-            }
-            std::string text(xcb_get_atom_name_name(name.get()),
-                             static_cast<std::size_t>(xcb_get_atom_name_name_length(name.get())));
-            if (!isProtocolTarget(text)) {
-                result.push_back({atoms[i], std::move(text)});
-            }
-        }
-        return result;
-    }
-
-    // One target's bytes, at most `limit` of them.
-    Transfer fetch(xcb_atom_t selection, xcb_atom_t target, std::size_t limit,
-                   Clock::time_point deadline) {
-        xcb_connection_t* c = connection_.get();
-        const xcb_window_t requestor = window();
-        xcb_convert_selection(c, requestor, selection, target, property_, XCB_CURRENT_TIME);
-        xcb_flush(c);
-        const EventPtr notified = waitFor(
-            [&](const xcb_generic_event_t& event) {
-                if ((event.response_type & 0x7f) != XCB_SELECTION_NOTIFY) {
-                    return false;
-                }
-                const auto& n = reinterpret_cast<const xcb_selection_notify_event_t&>(event);
-                return n.requestor == requestor && n.selection == selection && n.target == target;
-            },
-            answerDeadline(deadline));
-        if (notified == nullptr) {
-            return abandon(broken() ? Transfer::Outcome::broken : Transfer::Outcome::timedOut);
-        }
-        if (reinterpret_cast<const xcb_selection_notify_event_t*>(notified.get())->property ==
-            XCB_NONE) {
-            return {Transfer::Outcome::refused, {}};
-        }
-        // The first word tells the size (or, for INCR, the announced size) before the rest.
-        const PropertyReply head = property(false, 1);
-        if (head == nullptr) {
-            return abandon(Transfer::Outcome::broken);
-        }
-        if (head->type == XCB_NONE) {
-            return {Transfer::Outcome::refused, {}}; // it named a property it never set
-        }
-        if (head->type == incr_) {
-            std::uint32_t announced = 0;
-            if (xcb_get_property_value_length(head.get()) >= 4) {
-                std::memcpy(&announced, xcb_get_property_value(head.get()), 4);
-            }
-            return readIncrementally(announced, limit, deadline);
-        }
-        const std::size_t size =
-            static_cast<std::size_t>(xcb_get_property_value_length(head.get())) + head->bytes_after;
-        if (size > limit) {
-            return abandon(Transfer::Outcome::tooLarge);
-        }
-        const PropertyReply whole = property(true, static_cast<std::uint32_t>((size + 3) / 4));
-        if (whole == nullptr) {
-            return abandon(Transfer::Outcome::broken);
-        }
-        const auto* data = static_cast<const std::uint8_t*>(xcb_get_property_value(whole.get()));
-        return {Transfer::Outcome::data, {data, data + xcb_get_property_value_length(whole.get())}};
-    }
-
-private:
-    using EventPtr = Reply<xcb_generic_event_t>;
-    using PropertyReply = Reply<xcb_get_property_reply_t>;
-
-    static Clock::time_point answerDeadline(Clock::time_point deadline) {
-        return std::min(deadline, Clock::now() + QtClipboardAccess::ownerAnswerTimeout);
-    }
-
-    xcb_window_t window() {
-        if (window_ == XCB_NONE) {
-            xcb_connection_t* c = connection_.get();
-            window_ = xcb_generate_id(c);
-            const std::uint32_t events = XCB_EVENT_MASK_PROPERTY_CHANGE;
-            xcb_create_window(c, 0, window_, connection_.root(), 0, 0, 1, 1, 0,
-                              XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
-                              &events);
-        }
-        return window_;
-    }
-
-    // A transfer given up half-way: its window goes, so that whatever the owner still sends
-    // to it can never be taken for the answer to a later request.
-    Transfer abandon(Transfer::Outcome outcome) {
-        if (window_ != XCB_NONE && !broken()) {
-            xcb_destroy_window(connection_.get(), window_);
-            xcb_flush(connection_.get());
-        }
-        window_ = XCB_NONE;
-        return {outcome, {}};
-    }
-
-    PropertyReply property(bool remove, std::uint32_t words) const {
-        xcb_connection_t* c = connection_.get();
-        return PropertyReply(
-            xcb_get_property_reply(c,
-                                   xcb_get_property(c, remove ? 1 : 0, window_, property_,
-                                                    XCB_GET_PROPERTY_TYPE_ANY, 0, words),
-                                   nullptr));
-    }
-
-    Transfer readIncrementally(std::size_t announced, std::size_t limit,
-                               Clock::time_point deadline) {
-        // The announced size is a lower bound; when it alone is too much, nothing is fetched.
-        if (announced > limit) {
-            return abandon(Transfer::Outcome::tooLarge);
-        }
-        xcb_connection_t* c = connection_.get();
-        // Deleting the INCR property asks for the first piece.
-        xcb_delete_property(c, window_, property_);
-        xcb_flush(c);
-        std::vector<std::uint8_t> bytes;
-        bytes.reserve(announced);
-        for (;;) {
-            const EventPtr changed = waitFor(
-                [&](const xcb_generic_event_t& event) {
-                    if ((event.response_type & 0x7f) != XCB_PROPERTY_NOTIFY) {
-                        return false;
-                    }
-                    const auto& n = reinterpret_cast<const xcb_property_notify_event_t&>(event);
-                    return n.window == window_ && n.atom == property_ &&
-                           n.state == XCB_PROPERTY_NEW_VALUE;
-                },
-                answerDeadline(deadline));
-            if (changed == nullptr) {
-                return abandon(broken() ? Transfer::Outcome::broken : Transfer::Outcome::timedOut);
-            }
-            // One word more than there is room for shows a piece that does not fit.
-            const std::size_t room = limit - bytes.size();
-            const PropertyReply piece = property(true, static_cast<std::uint32_t>(room / 4 + 1));
-            if (piece == nullptr) {
-                return abandon(Transfer::Outcome::broken);
-            }
-            const auto length =
-                static_cast<std::size_t>(xcb_get_property_value_length(piece.get()));
-            if (piece->bytes_after > 0 || length > room) {
-                return abandon(Transfer::Outcome::tooLarge);
-            }
-            if (length == 0) {
-                return {Transfer::Outcome::data, std::move(bytes)};
-            }
-            const auto* data =
-                static_cast<const std::uint8_t*>(xcb_get_property_value(piece.get()));
-            bytes.insert(bytes.end(), data, data + length);
-        }
-    }
-
-    template <typename Match> EventPtr waitFor(Match match, Clock::time_point deadline) {
-        xcb_connection_t* c = connection_.get();
-        for (;;) {
-            while (EventPtr event{xcb_poll_for_event(c)}) {
-                if (match(*event)) {
-                    return event;
-                }
-            }
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-            if (broken() || left.count() <= 0) {
-                return nullptr;
-            }
-            pollfd readable{connection_.fileDescriptor(), POLLIN, 0};
-            ::poll(&readable, 1, static_cast<int>(left.count()));
-        }
-    }
-
-    X11Connection connection_;
-    xcb_atom_t property_;
-    xcb_atom_t incr_;
-    xcb_atom_t targets_;
-    // Our requestor window; made anew after a transfer is abandoned.
-    xcb_window_t window_ = XCB_NONE;
-};
-
 namespace {
 
 // Why a save failed, for the log line of the paste that is then not made; `target` is the
@@ -489,10 +214,19 @@ QtClipboardAccess::QtClipboardAccess(QClipboard* clipboard) : clipboard_(clipboa
         targetServer_ =
             std::make_unique<RemappedTargetServer>(x11->connection(), clipboard_, written_);
         QCoreApplication::instance()->installNativeEventFilter(targetServer_.get());
+        // Every window Qt makes carries the resource id base of its connection.
+        const xcb_setup_t* setup = xcb_get_setup(x11->connection());
+        const std::uint32_t base = setup->resource_id_base;
+        const std::uint32_t mask = setup->resource_id_mask;
+        worker_ = std::make_unique<SelectionCaptureWorker>(
+            [base, mask](std::uint32_t owner) { return (owner & ~mask) == base; },
+            captureReadBudget);
     }
 }
 
 QtClipboardAccess::~QtClipboardAccess() {
+    // Its reads post to `connections_`, which must outlive them.
+    worker_.reset();
     if (targetServer_ && QCoreApplication::instance() != nullptr) {
         QCoreApplication::instance()->removeNativeEventFilter(targetServer_.get());
     }
@@ -507,17 +241,84 @@ void QtClipboardAccess::setPullHandler(std::function<void()> handler) {
 }
 
 PasteboardSnapshot QtClipboardAccess::snapshot() {
-    PasteboardSnapshot result;
-    for (int attempt = 0; attempt < maxReadAttempts; ++attempt) {
-        const std::int64_t before = changeCount_;
-        result = readOnce();
-        // Qt waits for the owner's answers in a local event loop, so a change notice can
-        // arrive in the middle of a read.
-        if (changeCount_ == before) {
-            return result;
+    X11SelectionReader* x11 = reader();
+    if (x11 == nullptr) {
+        PasteboardSnapshot result;
+        for (int attempt = 0; attempt < maxReadAttempts; ++attempt) {
+            const std::int64_t before = changeCount_;
+            result = readOnce();
+            // Qt waits for the owner's answers in a local event loop, so a change notice can
+            // arrive in the middle of a read.
+            if (changeCount_ == before) {
+                return result;
+            }
         }
+        return result;
     }
-    return result;
+    SelectionCaptureRequest request{x11->atom("CLIPBOARD"),
+                                    Clock::now() + mainThreadReadBudget,
+                                    {},
+                                    [this](std::uint32_t owner) { return ownedHere(owner); }};
+    if (unresponsiveOwner_ != 0) {
+        request.skipOwners.push_back(unresponsiveOwner_);
+    }
+    for (int attempt = 0; attempt < maxReadAttempts; ++attempt) {
+        SelectionCapture capture = captureSelection(*x11, request);
+        if (capture.read.outcome == ClipboardCaptureRead::Outcome::changed) {
+            continue;
+        }
+        PasteboardSnapshot result;
+        captureFinished(std::move(capture), [&](ClipboardCaptureRead read) {
+            if (read.outcome == ClipboardCaptureRead::Outcome::read) {
+                result = std::move(read.snapshot);
+            }
+        });
+        return result;
+    }
+    return {};
+}
+
+void QtClipboardAccess::readForCapture(std::vector<std::uint64_t> skipOwners,
+                                       std::function<void(ClipboardCaptureRead)> done) {
+    if (!worker_ || clipboard_->ownsClipboard()) {
+        // Our own data is in memory; without X11 there is no connection of our own to ask.
+        SelectionCapture capture;
+        capture.heldHere = true;
+        QMetaObject::invokeMethod(
+            &connections_,
+            [this, capture = std::move(capture), done = std::move(done)]() mutable {
+                captureFinished(std::move(capture), done);
+            },
+            Qt::QueuedConnection);
+        return;
+    }
+    worker_->read(std::move(skipOwners), [this, done = std::move(done)](SelectionCapture capture) {
+        QMetaObject::invokeMethod(
+            &connections_,
+            [this, capture = std::move(capture), done]() mutable {
+                captureFinished(std::move(capture), done);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void QtClipboardAccess::captureFinished(SelectionCapture capture,
+                                        const std::function<void(ClipboardCaptureRead)>& done) {
+    ClipboardCaptureRead& read = capture.read;
+    if (capture.heldHere) {
+        read.snapshot = readOnce();
+    }
+    const auto owner = static_cast<std::uint32_t>(read.owner);
+    if (read.outcome == ClipboardCaptureRead::Outcome::timedOut) {
+        unresponsiveOwner_ = owner;
+    } else if (read.outcome == ClipboardCaptureRead::Outcome::read && owner == unresponsiveOwner_) {
+        unresponsiveOwner_ = 0;
+    }
+    done(std::move(read));
+}
+
+bool QtClipboardAccess::unresponsive(std::uint32_t owner) const {
+    return owner != 0 && owner == unresponsiveOwner_;
 }
 
 PasteboardSnapshot QtClipboardAccess::readOnce() {
@@ -547,7 +348,7 @@ PasteboardSnapshot QtClipboardAccess::readOnce() {
         if (cap == 0) {
             continue;
         }
-        if (std::chrono::steady_clock::now() - started > readBudget) {
+        if (std::chrono::steady_clock::now() - started > captureReadBudget) {
             logs::platform.warning("Clipboard read took too long; left out the remaining types.");
             break;
         }
@@ -600,7 +401,8 @@ void QtClipboardAccess::write(const PasteboardSnapshot& snapshot) {
             }
             QByteArray bytes = toQBytes(payload.data);
             mime->setData(QString::fromStdString(payload.type), bytes);
-            if (const auto rank = textRank(payload.type); rank && (!text || *rank < text->first)) {
+            if (const auto rank = textTargetRank(payload.type);
+                rank && (!text || *rank < text->first)) {
                 text.emplace(*rank, asUtf8(bytes, payload.type));
             }
             formats.emplace(payload.type, std::move(bytes));
@@ -646,8 +448,9 @@ ClipboardSave QtClipboardAccess::saveFrom(const QMimeData& mime) {
     std::size_t total = 0;
     for (const QString& format : mime.formats()) {
         std::string type = format.toStdString();
-        if (isProtocolTarget(type) || std::any_of(item.payloads.begin(), item.payloads.end(),
-                                                  [&](const auto& p) { return p.type == type; })) {
+        if (X11SelectionReader::isProtocolTarget(type) ||
+            std::any_of(item.payloads.begin(), item.payloads.end(),
+                        [&](const auto& p) { return p.type == type; })) {
             continue;
         }
         const QByteArray bytes = mime.data(format);
@@ -701,7 +504,8 @@ ClipboardSave QtClipboardAccess::saveWhole() {
         return mime != nullptr ? saveFrom(*mime) : PasteboardSnapshot{};
     }
     const xcb_atom_t selection = x11->atom("CLIPBOARD");
-    const auto deadline = Clock::now() + wholeSaveBudget;
+    // The keyboard is held while the user waits for the snippet: one budget for the whole save.
+    const auto deadline = Clock::now() + mainThreadReadBudget;
     for (int attempt = 0; attempt < maxReadAttempts; ++attempt) {
         const xcb_window_t owner = x11->owner(selection);
         if (owner == XCB_NONE) {
@@ -712,9 +516,18 @@ ClipboardSave QtClipboardAccess::saveWhole() {
             const QMimeData* mime = clipboard_->mimeData(QClipboard::Clipboard);
             return mime != nullptr ? saveFrom(*mime) : PasteboardSnapshot{};
         }
+        if (unresponsive(owner)) {
+            return saveFailure(Outcome::timedOut, {});
+        }
+        const auto failed = [&](Outcome outcome, const std::string& target) {
+            if (outcome == Outcome::timedOut) {
+                unresponsiveOwner_ = owner;
+            }
+            return saveFailure(outcome, target);
+        };
         auto listed = x11->targets(selection, deadline);
         if (const auto* outcome = std::get_if<Outcome>(&listed)) {
-            return saveFailure(*outcome, {});
+            return failed(*outcome, {});
         }
         PasteboardSnapshot::Item item;
         std::size_t total = 0;
@@ -725,7 +538,7 @@ ClipboardSave QtClipboardAccess::saveWhole() {
                 item.payloads.push_back({target.name, std::move(transfer.bytes)});
             } else if (transfer.outcome != Outcome::refused) {
                 // (A target its owner lists but will not give holds nothing to put back.)
-                return saveFailure(transfer.outcome, target.name);
+                return failed(transfer.outcome, target.name);
             }
         }
         // A new owner in the meantime may have answered some of the requests.
@@ -753,19 +566,23 @@ std::optional<std::string> QtClipboardAccess::selectionText() {
         }
         return text.toStdString();
     }
-    if (owner == XCB_NONE) {
+    if (owner == XCB_NONE || unresponsive(owner)) {
         return std::nullopt;
     }
-    const auto deadline = Clock::now() + readBudget;
+    const auto deadline = Clock::now() + mainThreadReadBudget;
     const auto listed = x11->targets(XCB_ATOM_PRIMARY, deadline);
     const auto* targets = std::get_if<std::vector<X11SelectionReader::Target>>(&listed);
     if (targets == nullptr) {
+        if (std::get<Outcome>(listed) == Outcome::timedOut) {
+            unresponsiveOwner_ = owner;
+        }
         return std::nullopt;
     }
     const X11SelectionReader::Target* best = nullptr;
     std::optional<int> bestRank;
     for (const auto& target : *targets) {
-        if (const auto rank = textRank(target.name); rank && (!bestRank || *rank < *bestRank)) {
+        if (const auto rank = textTargetRank(target.name);
+            rank && (!bestRank || *rank < *bestRank)) {
             best = &target;
             bestRank = rank;
         }
@@ -775,6 +592,9 @@ std::optional<std::string> QtClipboardAccess::selectionText() {
     }
     const auto transfer = x11->fetch(XCB_ATOM_PRIMARY, best->atom, cap, deadline);
     if (transfer.outcome != Outcome::data) {
+        if (transfer.outcome == Outcome::timedOut) {
+            unresponsiveOwner_ = owner;
+        }
         return std::nullopt;
     }
     QByteArray text = asUtf8(toQBytes(transfer.bytes), best->name);

@@ -7,39 +7,36 @@
 #include <QPointer>
 #include <chrono>
 #include <memory>
+#include <vector>
 
 class QAbstractNativeEventFilter;
 class QClipboard;
 
 namespace marlune {
 
+class SelectionCaptureWorker;
 class X11SelectionReader;
+struct SelectionCapture;
 
 // The CLIPBOARD selection through Qt's clipboard on the xcb platform, which speaks TARGETS,
-// INCR and MULTIPLE for us. PRIMARY is not watched; `selectionText` reads it on demand.
+// INCR and MULTIPLE for us when we own it. PRIMARY is not watched; `selectionText` reads it
+// on demand.
 //
-// Limits of the capture reads (`snapshot`). Qt fetches a payload whole (there is no way to ask
-// for its size first), and its xcb backend gives up on one conversion after about five
-// seconds. So:
-// - types that are never kept (unknown types, protocol targets) are never fetched;
-// - marker types are reported by name only, since their presence is what counts;
-// - a payload over its type's size cap is fetched, then dropped (it costs memory for a
-//   moment but is never kept);
-// - once `readBudget` has been spent on one snapshot, the remaining types are left out.
-//
-// `saveWhole` and `selectionText` read another owner's targets over an X connection of their
-// own instead: Qt's reader renames UTF8_STRING, STRING and TEXT to "text/plain" and recodes
-// text, which a restore that must give back the same bytes cannot have; a connection of our
-// own also learns a payload's size before fetching it and can stop a transfer half-way.
+// Another owner's data is read over X connections of our own instead of through Qt: Qt's
+// reader waits for each type up to five seconds with the whole application stopped, renames
+// UTF8_STRING, STRING and TEXT to "text/plain" and recodes text, which a restore that must
+// give back the same bytes cannot have; a connection of our own learns a payload's size
+// before fetching it and can stop a transfer half-way.
+// - The capture reads (`readForCapture`) run on a thread of their own.
+// - The reads that must answer at once (`snapshot`, `saveWhole` before a paste,
+//   `selectionText`) wait on the main thread, at most `mainThreadReadBudget` for all types
+//   together; an owner that has just let a read run out of time is not asked again by them
+//   while it keeps the selection, so a hung application costs that wait once, not every time.
 class QtClipboardAccess : public ClipboardAccess {
 public:
-    static constexpr std::chrono::milliseconds readBudget{2000};
-    // How long the owner may take to answer one request of `saveWhole` (or to send the next
-    // piece of a large payload) before it is taken to be hung, and how long the whole save may
-    // take: the user is waiting for the snippet meanwhile. An owner that renders on demand (a
-    // large image encoded to PNG) needs about a second.
-    static constexpr std::chrono::milliseconds ownerAnswerTimeout{2000};
-    static constexpr std::chrono::milliseconds wholeSaveBudget{5000};
+    // The user is waiting meanwhile (for a snippet, or for the Board). An owner that renders
+    // on demand (a large image encoded to PNG) needs about a second.
+    static constexpr std::chrono::milliseconds mainThreadReadBudget{1500};
 
     // The application's clipboard (QGuiApplication must exist).
     QtClipboardAccess();
@@ -50,6 +47,8 @@ public:
 
     std::int64_t changeCount() const override { return changeCount_; }
     PasteboardSnapshot snapshot() override;
+    void readForCapture(std::vector<std::uint64_t> skipOwners,
+                        std::function<void(ClipboardCaptureRead)> done) override;
     void write(const PasteboardSnapshot& snapshot) override;
     bool holdsOurLastWrite() const override;
     ClipboardSave saveWhole() override;
@@ -61,7 +60,12 @@ public:
     void setPullHandler(std::function<void()> handler);
 
 private:
+    // Our own clipboard (or, without X11, Qt's idea of it), read in memory.
     PasteboardSnapshot readOnce();
+    void captureFinished(SelectionCapture capture,
+                         const std::function<void(ClipboardCaptureRead)>& done);
+    // Whether a read on the main thread should leave this owner alone.
+    bool unresponsive(std::uint32_t owner) const;
     ClipboardSave saveFrom(const QMimeData& mime);
     // Null when Qt is not on X11 or the display cannot be reached.
     X11SelectionReader* reader();
@@ -82,6 +86,9 @@ private:
     QPointer<QMimeData> written_;
     std::unique_ptr<QAbstractNativeEventFilter> targetServer_;
     std::unique_ptr<X11SelectionReader> reader_;
+    // The last owner whose read ran out of time, while no read of it has succeeded since.
+    std::uint32_t unresponsiveOwner_ = 0;
+    std::unique_ptr<SelectionCaptureWorker> worker_;
 };
 
 } // namespace marlune

@@ -8,6 +8,7 @@
 #include <QGuiApplication>
 #include <QImage>
 #include <algorithm>
+#include <chrono>
 #include <future>
 #include <gtest/gtest.h>
 #include <map>
@@ -312,6 +313,61 @@ TEST_F(DesktopClipboardTargets, ClipboardThatCannotBeKeptWholeFailsTheSave) {
         EXPECT_NE(std::get<ClipboardSaveFailed>(save).message.find(c.message), std::string::npos)
             << std::get<ClipboardSaveFailed>(save).message;
     }
+}
+
+TEST_F(DesktopClipboardTargets, OwnerWithholdingItsDataCostsTheMainThreadOneShortWaitAtMost) {
+    startOwner({MARLUNE_CLIPBOARD_OWNER, "--withhold-data", "text/plain=withheld"});
+    const auto timed = [](auto read) {
+        const auto started = std::chrono::steady_clock::now();
+        read();
+        return std::chrono::steady_clock::now() - started;
+    };
+    ClipboardSave save;
+    // The first read waits out the budget, for all targets together...
+    const auto first = timed([&] { save = clipboard->saveWhole(); });
+    ASSERT_TRUE(std::holds_alternative<ClipboardSaveFailed>(save));
+    EXPECT_NE(std::get<ClipboardSaveFailed>(save).message.find("in time"), std::string::npos);
+    EXPECT_LT(first, QtClipboardAccess::mainThreadReadBudget + 500ms);
+    // ...and the owner, still holding the clipboard, is not waited for again.
+    const auto second = timed([&] { save = clipboard->saveWhole(); });
+    EXPECT_TRUE(std::holds_alternative<ClipboardSaveFailed>(save));
+    PasteboardSnapshot snapshot;
+    const auto third = timed([&] { snapshot = clipboard->snapshot(); });
+    EXPECT_TRUE(snapshot.empty());
+    EXPECT_LT(second + third, 200ms);
+
+    // Another owner's copy is read as usual.
+    xclipOwner("UTF8_STRING", "answered");
+    save = clipboard->saveWhole();
+    ASSERT_TRUE(std::holds_alternative<PasteboardSnapshot>(save));
+    EXPECT_EQ(std::get<PasteboardSnapshot>(save).items.at(0).payloads.at(0).type, "UTF8_STRING");
+}
+
+TEST_F(DesktopClipboardTargets, TextOverTheCaptureCapIsLeftOutAndItsOwnerStillServesOthers) {
+    // xclip sends it in pieces and serves nobody else until the last one is taken.
+    const std::string text = longText(9'000'000);
+    xclipOwner("UTF8_STRING", text);
+    std::optional<ClipboardCaptureRead> captured;
+    clipboard->readForCapture({}, [&](ClipboardCaptureRead done) { captured = std::move(done); });
+    ASSERT_TRUE(test::pumpUntil([&] { return captured.has_value(); }, 5s));
+    EXPECT_EQ(captured->outcome, ClipboardCaptureRead::Outcome::read);
+    EXPECT_TRUE(captured->snapshot.empty());
+    ASSERT_EQ(captured->leftOut.size(), 1U);
+    EXPECT_EQ(captured->leftOut[0].type, "UTF8_STRING");
+    EXPECT_GT(captured->leftOut[0].size, captured->leftOut[0].limit);
+    EXPECT_TRUE(read("UTF8_STRING") == text) << "the owner no longer hands over its text";
+}
+
+TEST_F(DesktopClipboardTargets, ClosingWhileACaptureReadWaitsOnAHungOwnerDoesNotWaitItOut) {
+    startOwner({MARLUNE_CLIPBOARD_OWNER, "--withhold-data", "text/plain=withheld"});
+    bool answered = false;
+    clipboard->readForCapture({}, [&](ClipboardCaptureRead) { answered = true; });
+    test::pumpUntil([] { return false; }, 300ms); // the read is waiting on the owner by now
+    const auto started = std::chrono::steady_clock::now();
+    clipboard.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 500ms);
+    test::pumpUntil([] { return false; }, 200ms);
+    EXPECT_FALSE(answered) << "a read answered after its clipboard was gone";
 }
 
 TEST_F(DesktopClipboardTargets, SavingOurOwnClipboardIsNotAPull) {

@@ -8,7 +8,9 @@
 #include "support/LibraryFixture.h"
 #include "support/ManualScheduler.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -45,6 +47,8 @@ struct LogLines {
 struct Harness {
     Harness() {
         window.window = ActiveWindow{"Gedit", "notes.txt - gedit", 4242};
+        // Reads answer later on the main thread, as the real clipboard's do.
+        clipboard.deliverOn = &scheduler;
         service.start();
     }
 
@@ -82,6 +86,7 @@ TEST(ClipboardCaptureService, SettledCopyLeavesTheRightClipOrNothing) {
         std::optional<ClipKind> kind;
         std::vector<std::string> representations;
         std::vector<std::string> logLines;
+        std::vector<ClipboardCaptureRead::Oversize> leftOut = {};
     };
     const std::string awsKey = "AKIA"
                                "IOSFODNN7"
@@ -115,7 +120,7 @@ TEST(ClipboardCaptureService, SettledCopyLeavesTheRightClipOrNothing) {
          0,
          std::nullopt,
          {},
-         {"[Marlune] Skipped a likely secret (API key)"}},
+         {"[Marlune] Skipped a likely secret (apiKey)"}},
         {"access key, secrets allowed",
          snapshotOf({text(awsKey)}),
          false,
@@ -130,18 +135,28 @@ TEST(ClipboardCaptureService, SettledCopyLeavesTheRightClipOrNothing) {
          std::nullopt,
          {},
          {}},
+        {"image too large beside its caption",
+         snapshotOf({text("caption")}),
+         true,
+         1,
+         ClipKind::text,
+         {"public.utf8-plain-text"},
+         {"[Marlune] Left image/png out of a clipboard capture. The clip flavour is 73.4 MB, "
+          "over the 64 MiB limit for a clip flavour."},
+         {{"image/png", std::uint64_t{70} << 20, std::uint64_t{64} << 20}}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         Harness h;
         h.settings.setBoolean("skipLikelySecrets", c.skipLikelySecrets);
         h.service.onImageCaptured = [&](const Clip&) { ++h.imagesCaptured; };
+        h.clipboard.leftOut = c.leftOut;
         h.copy(c.contents);
 
         const auto clips = h.clips();
         ASSERT_EQ(clips.size(), c.clips);
         EXPECT_EQ(h.log.lines, c.logLines);
-        EXPECT_EQ(h.service.skippedSecrets().total(), c.logLines.empty() ? 0 : 1);
+        EXPECT_EQ(h.service.skippedSecrets().total(), c.kind || c.logLines.empty() ? 0 : 1);
         if (!c.kind) {
             continue;
         }
@@ -249,6 +264,112 @@ TEST(ClipboardCaptureService, RestartDoesNotRecountWhatWasAlreadyOnTheClipboard)
     const auto clips = h.clips();
     ASSERT_EQ(clips.size(), 1U);
     EXPECT_EQ(clips[0].recopyCount, 0);
+}
+
+TEST(ClipboardCaptureService, ChangesDuringAReadBecomeOneFollowUpReadOfTheLatestCopy) {
+    Harness h;
+    h.clipboard.holdReads = true;
+    h.copy(snapshotOf({text("first")}));
+    ASSERT_EQ(h.clipboard.captureRequests, 1);
+    for (int i = 2; i <= 4; ++i) {
+        h.clipboard.setText("copy " + std::to_string(i));
+        h.scheduler.advance(400ms); // each settles, well within the read's time
+    }
+    EXPECT_EQ(h.clipboard.captureRequests, 1) << "a second read started while one was out";
+
+    // That read may hold any of the copies: it gives way to the one that follows.
+    h.clipboard.finishRead();
+    EXPECT_TRUE(h.clips().empty());
+    EXPECT_EQ(h.clipboard.captureRequests, 2);
+    h.clipboard.finishRead();
+    h.scheduler.advance(2s);
+    const auto clips = h.clips();
+    ASSERT_EQ(clips.size(), 1U);
+    EXPECT_EQ(clips[0].previewText, "copy 4");
+    EXPECT_EQ(h.clipboard.captureRequests, 2);
+}
+
+TEST(ClipboardCaptureService, ReadThatNeverAnswersIsGivenUpAndItsLateAnswerIgnored) {
+    Harness h;
+    h.clipboard.holdReads = true;
+    h.copy(snapshotOf({text("lost")})); // its read went out at the settled tick
+    h.clipboard.setText("waits for the read");
+    const auto givenUp = ClipboardCaptureService::settledTickDelay +
+                         ClipboardCaptureService::readGiveUpAfter - h.scheduler.now;
+    h.scheduler.advance(givenUp - 1ms);
+    EXPECT_EQ(h.clipboard.captureRequests, 1) << "a second read started while one was out";
+    h.scheduler.advance(1ms);
+    EXPECT_EQ(h.clipboard.captureRequests, 2) << "the change that waited was not read";
+
+    ASSERT_EQ(h.clipboard.heldReads.size(), 2U);
+    h.clipboard.finishRead(); // the lost read, long after
+    EXPECT_TRUE(h.clips().empty());
+    h.clipboard.finishRead();
+    const auto clips = h.clips();
+    ASSERT_EQ(clips.size(), 1U);
+    EXPECT_EQ(clips[0].previewText, "waits for the read");
+    EXPECT_EQ(clips[0].recopyCount, 0);
+}
+
+TEST(ClipboardCaptureService, OwnerThatKeepsTimingOutIsBackedOffWhileOthersAreRead) {
+    using Outcome = ClipboardCaptureRead::Outcome;
+    Harness h;
+    h.clipboard.holdReads = true;
+    const std::uint64_t hung = 7;
+    const std::uint64_t other = 8;
+    const auto copyFrom = [&](std::uint64_t owner, std::string_view value) {
+        h.clipboard.owner = owner;
+        h.copy(snapshotOf({text(value)}));
+    };
+    const auto skipsHung = [&] {
+        return std::find(h.clipboard.lastSkipOwners.begin(), h.clipboard.lastSkipOwners.end(),
+                         hung) != h.clipboard.lastSkipOwners.end();
+    };
+    // The pause after each timeout in a row: none after the first, then doubling to a cap.
+    const double pauses[] = {0, 10, 20, 40, 80, 160, 300, 300};
+    for (std::size_t i = 0; i < std::size(pauses); ++i) {
+        SCOPED_TRACE("timeout " + std::to_string(i + 1));
+        copyFrom(hung, "stuck");
+        ASSERT_FALSE(skipsHung());
+        ASSERT_EQ(h.clipboard.heldReads.size(), 1U);
+        h.clipboard.finishRead(Outcome::timedOut);
+        if (pauses[i] == 0) {
+            continue;
+        }
+        copyFrom(hung, "stuck again");
+        EXPECT_TRUE(skipsHung());
+        EXPECT_TRUE(h.clipboard.heldReads.empty()) << "a backed-off owner was read";
+
+        copyFrom(other, "copied elsewhere " + std::to_string(i));
+        ASSERT_EQ(h.clipboard.heldReads.size(), 1U) << "another owner's copy was not read";
+        h.clipboard.finishRead();
+        EXPECT_EQ(h.clips().front().previewText, "copied elsewhere " + std::to_string(i));
+
+        // Two seconds of the pause went on the copies above.
+        h.scheduler.advance(std::chrono::milliseconds(static_cast<int>(pauses[i] * 1000) - 4000));
+        copyFrom(hung, "still stuck");
+        EXPECT_TRUE(skipsHung()) << "the pause ended early";
+        h.scheduler.advance(2s);
+    }
+    // A read that succeeds starts the owner afresh: one timeout is forgiven again.
+    copyFrom(hung, "answered");
+    ASSERT_EQ(h.clipboard.heldReads.size(), 1U);
+    h.clipboard.finishRead();
+    copyFrom(hung, "slow once");
+    h.clipboard.finishRead(Outcome::timedOut);
+    copyFrom(hung, "answered again");
+    EXPECT_FALSE(skipsHung());
+}
+
+TEST(ClipboardCaptureService, ReadStillOutWhenCaptureIsPausedIsNotStored) {
+    Harness h;
+    h.clipboard.holdReads = true;
+    h.copy(snapshotOf({text("copied just before the pause")}));
+    h.service.pause();
+    h.clipboard.finishRead();
+    h.service.resume();
+    h.scheduler.advance(2s);
+    EXPECT_TRUE(h.clips().empty());
 }
 
 } // namespace

@@ -1,8 +1,12 @@
 #pragma once
 
 #include "Marlune/ClipboardAccess.h"
+#include "Marlune/Scheduler.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -17,13 +21,42 @@ namespace marlune::test {
 // the change handler, as the real clipboard does for our writes too. `snapshotReads` counts the
 // reads, so a test can tell whether the service looked; `simulatePull` plays the target window
 // reading the clipboard to carry out a paste.
+//
+// Capture reads answer with the contents through `deliverOn` (at once, like a quick owner), or
+// straight away when it is not set. With `holdReads` they wait in `heldReads` for the test to
+// finish them, like the read of a slow or hung owner. `owner` is who holds the clipboard.
 class FakeClipboard : public ClipboardAccess {
 public:
+    using Done = std::function<void(ClipboardCaptureRead)>;
+
     std::int64_t changeCount() const override { return count; }
 
     PasteboardSnapshot snapshot() override {
         ++snapshotReads;
         return contents;
+    }
+
+    void readForCapture(std::vector<std::uint64_t> skipOwners, Done done) override {
+        ++captureRequests;
+        lastSkipOwners = skipOwners;
+        if (std::find(skipOwners.begin(), skipOwners.end(), owner) != skipOwners.end()) {
+            deliver(std::move(done), {ClipboardCaptureRead::Outcome::skipped, {}, owner, {}});
+        } else if (holdReads) {
+            heldReads.push_back(std::move(done));
+        } else {
+            deliver(std::move(done), readNow());
+        }
+    }
+
+    // Ends the oldest held read: with what is on the clipboard now, or as `outcome` says.
+    void finishRead(ClipboardCaptureRead::Outcome outcome = ClipboardCaptureRead::Outcome::read) {
+        Done done = std::move(heldReads.front());
+        heldReads.pop_front();
+        if (outcome == ClipboardCaptureRead::Outcome::read) {
+            done(readNow());
+        } else {
+            done({outcome, {}, owner, {}});
+        }
     }
 
     ClipboardSave saveWhole() override {
@@ -84,6 +117,14 @@ public:
     }
 
     PasteboardSnapshot contents;
+    std::uint64_t owner = 1;
+    // Set on a read's result, as the reader reports payloads too large to keep.
+    std::vector<ClipboardCaptureRead::Oversize> leftOut;
+    Scheduler* deliverOn = nullptr;
+    bool holdReads = false;
+    std::deque<Done> heldReads;
+    int captureRequests = 0;
+    std::vector<std::uint64_t> lastSkipOwners;
     std::vector<PasteboardSnapshot> writes;
     std::int64_t count = 0;
     bool ours = false;
@@ -99,6 +140,19 @@ public:
     std::function<void()> pullHandler;
 
 private:
+    ClipboardCaptureRead readNow() {
+        ++snapshotReads;
+        return {ClipboardCaptureRead::Outcome::read, contents, owner, leftOut};
+    }
+    void deliver(Done done, ClipboardCaptureRead read) {
+        if (deliverOn == nullptr) {
+            done(std::move(read));
+            return;
+        }
+        deliverOn->after(std::chrono::milliseconds(0),
+                         [done = std::move(done), read = std::move(read)] { done(read); });
+    }
+
     void changed() {
         ++count;
         if (handler) {
