@@ -155,6 +155,9 @@ struct Pinboard {
 struct Profile {
     Uuid id = Uuid::random();
     std::map<std::string, std::string> values; // column "values", sealed
+    // The stored values did not open with the content key here: they read as none, and are
+    // never written over by a change made on top of that.
+    bool valuesUnreadable = false;
 };
 
 struct CaptureRule {

@@ -202,6 +202,29 @@ TEST(SnippetStore, AnEditNeverWritesEmptyTextOverFieldsThatDidNotOpen) {
     }
 }
 
+TEST(SnippetStore, ProfileValuesThatDidNotOpenAreNeitherShownNorWrittenOver) {
+    test::TempDir dir;
+    const auto keyA = SymmetricKey::random();
+    {
+        auto container = MarluneStore::makeContainer({}, dir.path(), ClipCrypto(keyA), "d");
+        ProfileStore(container->mainContext()).setValues({{"name", "Ada"}, {"city", "London"}});
+    }
+    {
+        auto container =
+            MarluneStore::makeContainer({}, dir.path(), ClipCrypto(SymmetricKey::random()), "d");
+        ProfileStore store(container->mainContext());
+        const Profile profile = store.profile();
+        EXPECT_TRUE(profile.valuesUnreadable);
+        EXPECT_TRUE(profile.values.empty());
+        EXPECT_THROW(store.setValues({{"name", "Grace"}}), std::runtime_error);
+    }
+    auto container = MarluneStore::makeContainer({}, dir.path(), ClipCrypto(keyA), "d");
+    const Profile back = ProfileStore(container->mainContext()).profile();
+    EXPECT_FALSE(back.valuesUnreadable);
+    EXPECT_EQ(back.values,
+              (std::map<std::string, std::string>{{"city", "London"}, {"name", "Ada"}}));
+}
+
 // Every sealed field, written with a distinctive text, must appear nowhere in the files on
 // disk: not in the store, not in its write-ahead log.
 TEST(SealingAtRest, NoPlaintextReachesTheStoreFileOrItsLog) {
